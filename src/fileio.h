@@ -1,0 +1,119 @@
+// Crystal structure: element table, cell and coordinates, CIF and MOL readers,
+// P1 expansion, molecule separation and the per-molecule arrays the run uses.
+#pragma once
+
+#include <istream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "mmutil.h"
+
+// One record of the element table, indexed by atomic number (0 is a dummy).
+struct Element {
+    char symbol[3];  // two characters, a blank second one for one-letter symbols
+    double mass;     // amu
+    int radius1;     // bond radius in 1/250 Angstrom
+    int radius2;     // 1/250 Angstrom, unused here
+    int code;        // unused here
+    const char* name;
+};
+
+constexpr int kNumElements = 104;
+extern const Element Elements_m[kNumElements];
+extern const double _nw_elem_radius_m[kNumElements];  // covalent radius, Angstrom
+
+class FileIO {
+public:
+    FileIO();
+
+    // ------------------------------------------------ element lookups
+    int find_element_index_from_name(const char* name) const;
+    double find_element_radius_from_name(const char* name) const;
+    void find_element_name_from_index(int index, char* out) const;
+    double find_element_mass_from_index(int index) const;
+    double find_element_radius_from_index(int index) const;
+    double find_element_radius_from_index_nw(int index) const;
+    void find_element_name_from_mass(double mass, char* out) const;
+
+    // ------------------------------------------------ cell and coordinates
+    void cell_cell6_to_latt3x3(const double* cell6, Mat3& L);
+    void set_cell_lattice(const double* abc, double alpha, double beta, double gamma);
+    void coord_f2c(double& x, double& y, double& z) const;
+    void coord_c2f(double& x, double& y, double& z) const;
+    void coord_f2c(const double* in, double* out) const;
+    void coord_c2f(const double* in, double* out) const;
+    const double* get_cell_latt() const { return cell_latt.data(); }
+    void get_cif_lattice_vectors(double* a, double* b, double* c) const;
+
+    // ------------------------------------------------ readers and dispatch
+    void read_data_cif(const char* filename, bool binfo);
+    void read_data_mol(const char* filename, int index, bool binfo);
+    void read_crystal_strcuture_files(bool binfo, bool write_files);
+
+    // ------------------------------------------------ symmetry
+    static void ParseTransformString(const std::string& op, double R[3][3], double t[3]);
+    void make_spacegroup_P1(int use_fractional);
+
+    // ------------------------------------------------ molecule separation
+    void separate_cif_molecules(bool binfo);
+    void find_bond_atom(int natoms, const int* unassigned, int nmember, const int* members,
+                        int* out_atom, int* out_member, double* out_dist) const;
+    void make_whole_molecule(int mol_number, int natoms, const int* atypes, double* x_s, bool binfo);
+    void find_bond_atom_one(int natoms, double* x_s, const double* radius, const int* unassigned,
+                            int nmember, const int* members, int* out_atom, int* out_member,
+                            double* out_dist) const;
+
+    // ------------------------------------------------ cell: written by the readers and the
+    // configuration, read by the neighbour list and the axis analysis
+    std::array<double, 6> cell_latt;  // a, b, c (Angstrom), alpha, beta, gamma (degrees)
+    Mat3 latt{};                      // columns are a, b, c: Cartesian = latt . fractional
+    Mat3 latt_inv{};
+    Vec3 vec_a{}, vec_b{}, vec_c{};  // cell vectors; the vector_a/b/c keywords write them
+    double len_a = 0, len_b = 0, len_c = 0;
+    std::array<int, 3> scell_n{3, 3, 3};  // nei_scell: cells searched on each side
+    Mat3 scell_latt{};                    // rows of latt scaled by scell_n (row-wise on purpose)
+    double bond_dis_scale = 1.15;
+    bool flag_detail_print = false;  // prints every symmetry operation while expanding
+    std::string output_dir = "kelta_files";  // bond and cell side files (never written here)
+
+    // ------------------------------------------------ structure source: written by the
+    // configuration reader, read by read_crystal_strcuture_files
+    int mol_input_mode = 0;               // 1 MOL files, 2 CIF file
+    std::vector<std::string> mol_names;   // [mol_count]
+
+    // ------------------------------------------------ molecules: written by the dispatch,
+    // read by the transport model and the analyses
+    int mol_count = 0;
+    std::vector<int> mol_natoms;                // [mol_count]
+    std::vector<std::vector<int>> mol_atypes;   // [mol_count][natoms] atomic numbers
+    std::vector<std::vector<double>> mol_x;     // [mol_count][3*natoms] Cartesian, Angstrom
+    std::vector<std::vector<double>> mol_x_s;   // [mol_count][3*natoms] fractional
+    std::vector<int> mol_ids;                   // [mol_count] 1..mol_count
+    std::vector<double> mol_mass;               // [mol_count] amu
+    std::vector<double> mol_com;                // [3*mol_count] Cartesian centres of mass
+    std::vector<double> mol_com_s;              // [3*mol_count] fractional centres of mass
+    std::vector<std::multimap<int, int>> mol_bonds;  // [mol_count] bonded pairs (i, j), 1-based
+
+    // ------------------------------------------------ CIF content: written by the CIF reader,
+    // expansion and separation, read by the dispatch
+    std::string cif_filename, identifier, chemical_name, spacegroup_name;
+    int spacegroup_number = 0;
+    std::vector<std::string> symm_ops;
+    std::vector<std::string> cif_labels, cif_symbols, cif_fx, cif_fy, cif_fz;  // [rows]
+    int cif_natoms = 0;
+    std::vector<int> cif_atypes;        // [cif_natoms] element index, -1 when unknown
+    std::vector<double> cif_nw_radius;  // [cif_natoms] covalent radius, 9999.99 when unknown
+    std::vector<double> cif_x_s;        // [3*cif_natoms] fractional
+    std::vector<double> cif_x;          // [3*cif_natoms] Cartesian
+    std::vector<int> cifmol_natoms;     // [molecules] atoms per separated molecule
+    std::vector<int> cifmol_atoms;      // atom indices of all molecules, concatenated
+
+private:
+    void ReadV3000Block(std::istream& in, int index, bool binfo);
+    bool ReadV3000Line(std::istream& in, std::vector<std::string>& tokens);
+    void ReadAtomBlock(std::istream& in, int index);
+    void ReadBondBlock(std::istream& in);
+    void ReadRGroupBlock(std::istream& in);
+    void ReadUnimplementedBlock(std::istream& in, const std::string& name);
+};

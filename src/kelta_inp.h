@@ -1,0 +1,66 @@
+// The suite's keyword input file: defaults, environment presets and the reader.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "fileio.h"
+#include "job_scripts.h"
+
+class KeltaInp : public FileIO {
+public:
+    KeltaInp();
+
+    // Defaults (constructor, then these two), then the file; always true on return.
+    bool read_kelta_inp(const char* path, bool verbose);
+    void load_kelta_inp_file(const char* path, bool verbose);
+    void set_varables_default();
+    void get_environment_variables();
+
+    int get_compute_engine() const { return compute_engine; }
+    void set_compute_engine(int engine) { compute_engine = engine; }
+    bool get_appE_flag() const { return app_elec_F_on; }
+    int get_run_memory() const { return qc_memory; }
+
+    // ------------------------------------------------ written by the reader, read by the run
+    int nsimu = 0;
+    double tsimu = 0, tsnap = 0, tstep = 0, temp = 0;
+    std::string chargetype;
+    double delta_angle = 0;
+    double lat_cutoff = 0;
+    int output_level = 0;  // bit 2: angle scans, bit 4: averaged-track files
+    std::string ratetype, kelta_dat_file;
+    bool input_read = false;
+
+    // ------------------------------------------------ suite settings the mobility run only stores
+    int do_transport_prepare = 1, do_transport_submit_HL_job = 1, do_transport_submit_RE_job = 1,
+        do_transport_get_transferintegral = 1, do_transport_get_re_evc = 1, do_transport_run_MC = 1,
+        do_transport_get_mob_MC = 1, do_transport_run_MC_temp = 0, do_transport_get_mob_MC_temp = 0,
+        do_transport_run_ME = 0, do_transport_get_mob_ME = 0, do_transport_run_ME_temp = 0,
+        do_transport_get_mob_ME_temp = 0, do_transport_gather_kelta_data = 1;
+    std::string mater_name, qc_method, qc_basis, qc_basis_re, evc_type;
+    int qc_memory = 4096;
+    int compute_engine = 1;
+    double start_temp = 0, end_temp = 0, delta_temp = 0, maxt = 0;
+    std::array<int, 3> super_cell{};
+    int sta = 0, iterlimit = 0, nevery_out = 0;
+    int RE_unique_mol = 1, HL_unique_mol = 1;
+    std::vector<int> homo_adjustment, lumo_adjustment;
+    int lat_site_energy = 0, output_eigval = 0, eckart_mirror = 0;
+    Vec3 app_elec_F{};
+    bool app_elec_F_on = false;
+    std::string qc_inp_append;  // text of &qc_inp_append / &gaussian.append blocks
+    Jobscript job;
+
+    // Unique-molecule flags; they belong to the transport model but the reader sets them.
+    bool unique_RE_calc = true, unique_uc_mol_one_calc = true, unique_nei_mol_one_calc = true,
+         unique_2mol_calc = true;
+
+private:
+    void interpret_lines(const char* path);
+    void set_keyword(const std::string& key, const std::string& value, const char* path);
+    void check_settings();
+
+    std::vector<std::string> lines_;  // the file, one entry per read; only during reading
+    bool verbose_ = false;
+};

@@ -1,0 +1,108 @@
+// Text, file and numeric helpers shared by every module, plus the one fatal path.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <string>
+#include <vector>
+
+using Vec3 = std::array<double, 3>;
+using Mat3 = std::array<Vec3, 3>;  // row-major: m[row][col]
+
+// ---------------------------------------------------------------- ending a run
+// Every way out of a run before its end throws this; main() catches it once and
+// returns the status (-1 reaches the shell as 255).
+class RunExit : public std::exception {
+public:
+    explicit RunExit(int status) : status_(status) {}
+    int status() const { return status_; }
+    const char* what() const noexcept override { return "kelta_mob run ended early"; }
+
+private:
+    int status_;
+};
+
+// Ends the run without a message (help text, rejected options, cancelled scans).
+[[noreturn]] void end_run(int status);
+
+// Prints "\nERROR  transport : <module> : line <line> : \n" on standard output,
+// then out_text on standard output and err_text on standard error, and ends the
+// run with the given status.
+[[noreturn]] void fatal(const char* module, int line, int status, const std::string& out_text,
+                        const std::string& err_text = {});
+
+// The common failure of every file open: header, then "Failed to open input file "
+// and the name on standard error, status -1 (also used for files being written).
+[[noreturn]] void fatal_open(const char* module, int line, const std::string& name);
+
+// ---------------------------------------------------------------- files
+struct FileCloser {
+    void operator()(std::FILE* f) const { std::fclose(f); }
+};
+using File = std::unique_ptr<std::FILE, FileCloser>;
+
+// fopen wrapper; a null File when the file cannot be opened.
+File open_file(const std::string& name, const char* mode);
+
+// Reads one line as fgets would with a buffer of `size` bytes; false at end of file.
+bool read_line(std::FILE* f, std::string& line, int size);
+
+bool file_exists(const char* name);
+int create_directory(const char* path);
+
+// ---------------------------------------------------------------- text
+std::string& trim(std::string& s);
+std::string& sg_triml(std::string& s);
+std::string& sg_trimr(std::string& s);
+std::string& sg_trim(std::string& s);
+void c_trim(char* s);
+bool iequals(const std::string& a, const std::string& b);
+int my_strcasestr(const char* a, const char* b, int n);
+bool tokenize(std::vector<std::string>& out, const char* str, const char* delims);
+std::string RemoveWhiteSpaceUnderscore(const std::string& s);
+std::string remove_filename_extension(const std::string& s);
+
+// ---------------------------------------------------------------- numbers
+// Row-major table of doubles: nrows rows of ncols entries.
+class Table {
+public:
+    Table() = default;
+    Table(int rows, int cols) { resize(rows, cols); }
+    void resize(int rows, int cols)
+    {
+        nrows_ = rows;
+        ncols_ = cols;
+        v_.assign(static_cast<size_t>(rows) * static_cast<size_t>(cols), 0.0);
+    }
+    double* operator[](int r) { return v_.data() + static_cast<size_t>(r) * ncols_; }
+    const double* operator[](int r) const { return v_.data() + static_cast<size_t>(r) * ncols_; }
+    int rows() const { return nrows_; }
+    int cols() const { return ncols_; }
+
+private:
+    int nrows_ = 0, ncols_ = 0;
+    std::vector<double> v_;
+};
+
+int LinearRegression(const double* x, const double* y, int n, double* intercept, double* slope,
+                     double* stderr_out);
+
+// Process-wide bootstrap generator (the only global state of the program).
+void init_random_seed();
+double randUniform();
+double ran2(int64_t* idum);
+// Restores the generator's start-of-process state and sets the seed; for tests.
+void reset_random_state(int64_t seed);
+
+void quickSort_d(const double* keys, int* idx, int n);
+void q_sort2(const double* keys, int* idx, int left, int right);
+
+void invert(const Mat3& m, Mat3& inv);
+double get_magnitude(const double* v);
+void mat_vec_mul(const Mat3& m, const double* v, double* out);
+
+// Degrees to radians with the rounded pi the whole tool uses.
+constexpr double kPi = 3.1415926535898;
