@@ -60,6 +60,7 @@ private:
     void interpret_lines(const char* path);
     void set_keyword(const std::string& key, const std::string& value, const char* path);
     void check_settings();
+    void set_molecule_files(const std::string& value);
 
     std::vector<std::string> lines_;  // the file, one entry per read; only during reading
     bool verbose_ = false;

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cctype>
+#include <cstdarg>
 #include <cmath>
 #include <cstdlib>
 #include <ctime>
@@ -32,6 +33,21 @@ void fatal(const char* module, int line, int status, const std::string& out_text
 void fatal_open(const char* module, int line, const std::string& name)
 {
     fatal(module, line, -1, "", "Failed to open input file " + name + "\n");
+}
+
+std::string strprintf(const char* fmt, ...)
+{
+    va_list ap;
+    va_start(ap, fmt);
+    va_list ap2;
+    va_copy(ap2, ap);
+    const int n = std::vsnprintf(nullptr, 0, fmt, ap);
+    va_end(ap);
+    std::string s(static_cast<size_t>(n > 0 ? n : 0) + 1, '\0');
+    std::vsnprintf(s.data(), s.size(), fmt, ap2);
+    va_end(ap2);
+    s.resize(static_cast<size_t>(n > 0 ? n : 0));
+    return s;
 }
 
 // ---------------------------------------------------------------- files

@@ -38,6 +38,9 @@ private:
 // and the name on standard error, status -1 (also used for files being written).
 [[noreturn]] void fatal_open(const char* module, int line, const std::string& name);
 
+// printf into a std::string.
+std::string strprintf(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+
 // ---------------------------------------------------------------- files
 struct FileCloser {
     void operator()(std::FILE* f) const { std::fclose(f); }

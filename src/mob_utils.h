@@ -8,6 +8,10 @@
 
 #include "transport.h"
 
+// Parses up to five numbers of a track line as "%lf%lf%lf%lf%lf" would into v,
+// stopping at the first field that is no number (later fields keep their values).
+void parse_track_line(const char* line, double* v);
+
 class Mobutils : public Transport {
 public:
     Mobutils();
@@ -52,5 +56,4 @@ private:
     // -- scan internals (begin)
     // -- scan internals (end)
     void read_temp_override();
-    double mobility_factor(double ndim_divisor) const;
 };

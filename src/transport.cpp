@@ -1,0 +1,179 @@
+#include "transport.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+
+namespace {
+const char* const kModule = "transport";
+}
+
+Transport::Transport()
+{
+    mol_input_mode = -1;  // not known until the input file names molecules or a crystal
+    std::vector<char> buf(4096);
+    if (getcwd(buf.data(), buf.size())) workdir = buf.data();
+    unique_RE_calc = RE_unique_mol != 0;
+    unique_uc_mol_one_calc = unique_nei_mol_one_calc = unique_2mol_calc = HL_unique_mol != 0;
+}
+
+// Electron count of the neutral molecule over two, rounded down.
+void Transport::calc_homo()
+{
+    homo.assign(static_cast<size_t>(mol_count), 0);
+    for (int m = 0; m < mol_count; ++m) {
+        int electrons = 0;
+        for (const int z : mol_atypes[m]) electrons += z;
+        homo[m] = electrons / 2;
+    }
+}
+
+// Only the first character of the first line counts, unchecked: the caller
+// decides what an unexpected letter means.
+void Transport::read_charge_inp()
+{
+    const char* const name = "charge.inp";
+    const File f = open_file(name, "rt");
+    if (!f) fatal_open(kModule, 95, name);
+    std::printf("Reading input file %s...\n", name);
+    // An empty file leaves the buffer holding the file name, so the letter is 'c'.
+    char line[128];
+    std::snprintf(line, sizeof line, "%s", name);
+    if (!std::fgets(line, sizeof line, f.get())) std::snprintf(line, sizeof line, "%s", name);
+    c_trim(line);
+    charge = std::string(1, line[0]);
+}
+
+// Masses and centres of mass of every molecule; the neighbour list orders by them.
+void Transport::calc_x_com()
+{
+    mol_mass.assign(static_cast<size_t>(mol_count), 0.0);
+    mol_com.assign(3 * static_cast<size_t>(mol_count), 0.0);
+    mol_com_s.assign(3 * static_cast<size_t>(mol_count), 0.0);
+    for (int m = 0; m < mol_count; ++m) {
+        double total = 0.0;
+        Vec3 c{};
+        for (int a = 0; a < mol_natoms[m]; ++a) {
+            const int z = mol_atypes[m][a];
+            const double w = (z >= 0 && z < kNumElements) ? find_element_mass_from_index(z) : 0.0;
+            total += w;
+            for (int d = 0; d < 3; ++d) c[d] += w * mol_x_s[m][3 * a + d];
+        }
+        if (total > 0.0)
+            for (double& v : c) v /= total;
+        mol_mass[m] = total;
+        for (int d = 0; d < 3; ++d) mol_com_s[3 * m + d] = c[d];
+        mat_vec_mul(latt, c.data(), &mol_com[3 * m]);
+    }
+}
+
+bool Transport::found_molecule_within_rcut(int i, int j, const int cell[3], double rcut_sq,
+                                           double* out_rsq) const
+{
+    const std::vector<double>& xi = mol_x_s[i];
+    const std::vector<double>& xj = mol_x_s[j];
+    for (int a = 0; a < mol_natoms[i]; ++a) {
+        for (int b = 0; b < mol_natoms[j]; ++b) {
+            double d[3], r[3];
+            for (int k = 0; k < 3; ++k) d[k] = xj[3 * b + k] - xi[3 * a + k] + cell[k];
+            mat_vec_mul(latt, d, r);
+            const double s = r[0] * r[0] + r[1] * r[1] + r[2] * r[2];
+            if (s < rcut_sq) {
+                *out_rsq = s;  // the first pair in range, not the closest
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+void Transport::build_neighbor_list(bool verbose)
+{
+    const double rcut = lat_cutoff;
+    const double rcut_sq = rcut * rcut;
+    const int na = scell_n[0], nb = scell_n[1], nc = scell_n[2];
+    const size_t nmol = static_cast<size_t>(mol_count);
+    const size_t cap = static_cast<size_t>(NNEIMAX);
+
+    num_neighbors.assign(nmol, 0);
+    neighbor_ids.assign(nmol, std::vector<int>(cap, 0));
+    neighbor_cell_a.assign(nmol, std::vector<int>(cap, 0));
+    neighbor_cell_b.assign(nmol, std::vector<int>(cap, 0));
+    neighbor_cell_c.assign(nmol, std::vector<int>(cap, 0));
+    neighbor_flag.assign(nmol, std::vector<int>(cap, 0));
+    neighbor_rsq.assign(nmol, std::vector<double>(cap, 0.0));
+    neighbor_vec.assign(nmol, std::vector<Vec3>(cap, Vec3{}));
+    mol_vec.assign(nmol, Vec3{});
+
+    struct Candidate {
+        int id, ka, kb, kc;
+    };
+    std::vector<Candidate> cand(cap);
+    std::vector<double> key(cap);
+    std::vector<int> order(cap);
+
+    if (debug) {
+        std::printf("  h:");
+        for (const Vec3& row : latt) {
+            for (const double v : row) std::printf(" %12.7f", v);
+            std::printf("\n");
+        }
+    }
+    if (verbose) {
+        std::printf("\n**** KELTA Build Neighbor List ****\n");
+        std::printf("  Neighbor rcutoff distance: %g\n", rcut);
+        std::printf("  Neighbor search cell (-/+): %d %d %d\n", na, nb, nc);
+    }
+
+    for (int i = 0; i < mol_count; ++i) {
+        int count = 0;
+        for (int kc = -nc; kc <= nc; ++kc)
+            for (int kb = -nb; kb <= nb; ++kb)
+                for (int ka = -na; ka <= na; ++ka)
+                    for (int j = 0; j < mol_count; ++j) {
+                        if (j == i && ka == 0 && kb == 0 && kc == 0) continue;
+                        const int cell[3] = {ka, kb, kc};
+                        double rsq = 1.0e6;
+                        if (!found_molecule_within_rcut(i, j, cell, rcut_sq, &rsq)) continue;
+                        double d[3], r[3];
+                        for (int k = 0; k < 3; ++k) d[k] = mol_com_s[3 * j + k] - mol_com_s[3 * i + k] + cell[k];
+                        mat_vec_mul(latt, d, r);
+                        cand[count] = {j, ka, kb, kc};
+                        key[count] = r[0] * r[0] + r[1] * r[1] + r[2] * r[2];
+                        ++count;
+                        if (count >= NNEIMAX)
+                            fatal(kModule, 870, -1, "", "Need to boost NNEIMAX (NumNeigh=" + std::to_string(NNEIMAX) + ")\n");
+                    }
+        for (int k = 0; k < count; ++k) order[k] = k;
+        quickSort_d(key.data(), order.data(), count);
+        num_neighbors[i] = count;
+        for (int k = 0; k < count; ++k) {
+            const Candidate& c = cand[order[k]];
+            neighbor_ids[i][k] = c.id;
+            neighbor_cell_a[i][k] = c.ka;
+            neighbor_cell_b[i][k] = c.kb;
+            neighbor_cell_c[i][k] = c.kc;
+        }
+    }
+    neighbor_list_built = true;
+    if (verbose) std::printf("**** End of KELTA Build Neighbor List ****\n\n");
+    allocate_mol_id_indexes_array();
+}
+
+// Identity numberings; later stages of the suite reduce them by symmetry.
+void Transport::allocate_mol_id_indexes_array()
+{
+    const size_t nmol = static_cast<size_t>(mol_count);
+    uc_mol_id.assign(nmol, 0);
+    uc_mol_index.assign(nmol, 0);
+    nei_mol_id.assign(nmol, 0);
+    nei_mol_index.assign(nmol, 0);
+    for (size_t i = 0; i < nmol; ++i) uc_mol_id[i] = nei_mol_id[i] = static_cast<int>(i) + 1;
+    pair_id.assign(nmol, {});
+    pair_index.assign(nmol, {});
+    for (size_t i = 0; i < nmol; ++i) {
+        pair_id[i].resize(static_cast<size_t>(num_neighbors[i]));
+        pair_index[i].assign(static_cast<size_t>(num_neighbors[i]), 0);
+        for (int k = 0; k < num_neighbors[i]; ++k) pair_id[i][k] = k + 1;
+    }
+}
