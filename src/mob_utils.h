@@ -27,12 +27,11 @@ public:
     void mob_direction_a_b_c();
     void mob_plane_xy_xz_yz();
     void mob_direction_all();
-    void mob_treat_plane_1pt(std::FILE* out, double angle, const Table& projsq, Table& resample,
-                             std::vector<double>& mean, std::vector<double>& resample_mob,
-                             double& mob, double& err);
-    void mob_treat_1pt(double, double, const Table& projsq, Table& resample,
-                       std::vector<double>& mean, std::vector<double>& resample_mob, double& mob,
-                       double& err);
+    // Mobility and bootstrap error along the unit vector dir; the plane version also
+    // writes the line for angle. Both need prepare_scan_work() first.
+    void mob_treat_plane_1pt(std::FILE* out, double angle, const Vec3& dir, double& mob,
+                             double& err);
+    void mob_treat_1pt(const Vec3& dir, double& mob, double& err);
 
     // ------------------------------------------------ plot scripts
     void write_gnuplot_eps_script(const char* name, double max) const;
@@ -54,6 +53,36 @@ public:
 
 private:
     // -- scan internals (begin)
+public:
+    // The scans set up and free this state themselves; tests call these around
+    // mob_treat_1pt.
+    void prepare_scan_work();
+    void release_scan_work();
+    // Bootstrap seeds. Empty in a run: every bootstrap thread seeds its generator
+    // from the random device. Otherwise thread t uses scan_seeds[t % size].
+    std::vector<std::uint32_t> scan_seeds;
+    // The uniform deviate in [0, 1) the bootstrap forms from two successive 32-bit
+    // generator outputs, 53 bits, as the standard canonical construction does.
+    static double canonical53(std::uint32_t first, std::uint32_t second);
+
+private:
+    // How the fit of a resample's mean curve ends for this time grid.
+    enum class ResampleFit { too_few_points, degenerate_times, mean_of_slopes };
+    struct ScanWork {
+        double factor = 0;  // slope (Angstrom^2 per time unit) to cm^2/Vs
+        ResampleFit fit = ResampleFit::too_few_points;
+        // Per trajectory, the slopes against time of xx, yy, zz, xy, xz, yz: the
+        // slope of a direction's projected square is u^T S u.
+        std::vector<std::array<double, 6>> slope_tensor;  // [nsimu]
+        std::vector<double> dir_slope;                    // [nsimu] for the current direction
+        std::vector<double> mean;                         // [ntime] mean projected square
+        std::vector<double> resample_mob;                 // [nsamp]
+    };
+    ScanWork scan_work;
+    void fill_slope_tensor();
+    void fill_direction_slopes(const Vec3& dir);
+    void bootstrap_resamples();
+    double fit_mean_curve(const Vec3& dir);
     // -- scan internals (end)
     void read_temp_override();
 };
