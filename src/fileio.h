@@ -2,6 +2,7 @@
 // P1 expansion, molecule separation and the per-molecule arrays the run uses.
 #pragma once
 
+#include <array>
 #include <istream>
 #include <map>
 #include <string>
@@ -23,11 +24,17 @@ constexpr int kNumElements = 104;
 extern const Element Elements_m[kNumElements];
 extern const double _nw_elem_radius_m[kNumElements];  // covalent radius, Angstrom
 
+// Radius reported for a symbol that is not in the table; it bonds to everything
+// within the scaled sum, so an unknown atom pulls its neighbours into its molecule.
+constexpr double kUnknownRadius = 9999.99;
+
 class FileIO {
 public:
     FileIO();
 
     // ------------------------------------------------ element lookups
+    // Index operations accept any int: an index outside the table (the -1 of an
+    // unknown symbol) reads the dummy entry 0, so it never indexes past the tables.
     int find_element_index_from_name(const char* name) const;
     double find_element_radius_from_name(const char* name) const;
     void find_element_name_from_index(int index, char* out) const;
@@ -86,7 +93,7 @@ public:
     // read by the transport model and the analyses
     int mol_count = 0;
     std::vector<int> mol_natoms;                // [mol_count]
-    std::vector<std::vector<int>> mol_atypes;   // [mol_count][natoms] atomic numbers
+    std::vector<std::vector<int>> mol_atypes;   // [mol_count][natoms] atomic numbers, -1 unknown
     std::vector<std::vector<double>> mol_x;     // [mol_count][3*natoms] Cartesian, Angstrom
     std::vector<std::vector<double>> mol_x_s;   // [mol_count][3*natoms] fractional
     std::vector<int> mol_ids;                   // [mol_count] 1..mol_count
@@ -109,7 +116,19 @@ public:
     std::vector<int> cifmol_natoms;     // [molecules] atoms per separated molecule
     std::vector<int> cifmol_atoms;      // atom indices of all molecules, concatenated
 
+    // Mass-weighted mean of n fractional triples into com[3]; returns the total mass.
+    // Unknown elements weigh nothing; when nothing weighs (all unknown), the plain
+    // mean is taken so that the centre is still a point of the molecule.
+    double centre_of_mass(int natoms, const int* atypes, const double* x_s, double* com) const;
+
 private:
+    void resize_mol_slots(int count);
+    void copy_cif_molecules();
+    void fill_mass_and_centres();
+    void list_bonds();
+    void write_side_files() const;
+
+    void read_mol_v2000(std::istream& in, const std::string& first_counts, int index);
     void ReadV3000Block(std::istream& in, int index, bool binfo);
     bool ReadV3000Line(std::istream& in, std::vector<std::string>& tokens);
     void ReadAtomBlock(std::istream& in, int index);

@@ -1,0 +1,284 @@
+// CIF reader: a line walk that keeps identifier, space group, symmetry
+// operations, cell and atom sites, then expands to P1 and separates molecules.
+// It is not a CIF grammar: tags are found by substring and values must sit on
+// the tag's own line after a space.
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+
+#include "fileio.h"
+
+namespace {
+constexpr int kLineOpen = 1271;
+constexpr int kLineAtomColumns = 1296;
+constexpr int kLineBondColumns = 1301;
+constexpr size_t kRowMax = 1023;  // longest data row kept, as a 1024-byte line buffer holds
+
+bool contains(const std::string& s, const char* tag) { return s.find(tag) != std::string::npos; }
+bool starts_with(const std::string& s, const char* p) { return s.rfind(p, 0) == 0; }
+
+[[noreturn]] void not_enough_columns(int line, const std::string& row, int needed)
+{
+    fatal("fileio", line, -1,
+          "Not enough columns: " + row + "\nAt least " + std::to_string(needed) +
+              " columns are expected!\n");
+}
+
+// Splits a data row as a 1024-byte line buffer and strtok would.
+std::vector<std::string> row_tokens(std::string& row)
+{
+    if (row.size() > kRowMax) row.resize(kRowMax);
+    std::vector<std::string> tokens;
+    tokenize(tokens, row.c_str(), " \t\r\n");
+    return tokens;
+}
+
+class CifWalk {
+public:
+    CifWalk(FileIO& f, std::vector<std::string> lines) : f_(f), lines_(std::move(lines)) {}
+    void run();
+    int fract_columns() const { return fract_columns_; }
+
+private:
+    bool at_end() const { return i_ >= lines_.size(); }
+    const std::string& line() const { return lines_[i_]; }
+    void skip_text_field();
+    bool read_tag(const std::string& s);
+    void read_loop();
+    void read_operations(bool with_id);
+    int count_headers(const std::vector<const char*>& wanted, std::vector<int>& columns);
+    void read_atom_site_loop();
+    void read_bond_loop();
+
+    FileIO& f_;
+    std::vector<std::string> lines_;  // already trimmed
+    size_t i_ = 0;
+    int fract_columns_ = 0;
+};
+
+void CifWalk::run()
+{
+    while (!at_end()) {
+        const std::string& s = line();
+        if (!s.empty() && s[0] == ';') {
+            skip_text_field();
+        } else if (s.size() >= 5 && iequals(s.substr(0, 5), "data_")) {
+            f_.identifier = s.substr(5);
+            ++i_;
+        } else {
+            const bool opens_loop = !read_tag(s) && contains(s, "loop_");
+            ++i_;
+            if (opens_loop) read_loop();
+        }
+    }
+}
+
+// A ';' line opens a text field that the next ';' line closes; a tag inside
+// one (a quoted cell in a publication text) must not be read.
+void CifWalk::skip_text_field()
+{
+    ++i_;
+    while (!at_end() && !starts_with(line(), ";")) ++i_;
+    if (!at_end()) ++i_;
+}
+
+// The first listed tag the line contains decides; the _alt name is tested
+// before its own prefix. Returns whether a tag was taken.
+bool CifWalk::read_tag(const std::string& s)
+{
+    const size_t blank = s.find(' ');
+    std::string value = blank == std::string::npos ? "" : s.substr(blank + 1);
+    if (contains(s, "_chemical_name_common")) {
+        f_.chemical_name = trim(value);
+        f_.identifier = f_.chemical_name;
+        return true;
+    }
+    if (contains(s, "_space_group_IT_number")) {
+        f_.spacegroup_number = std::atoi(value.c_str());
+        return true;
+    }
+    for (const char* tag : {"_symmetry_space_group_name_H-M_alt", "_symmetry_space_group_name_H-M",
+                            "_space_group_name_H-M_alt"}) {
+        if (contains(s, tag)) {
+            f_.spacegroup_name = trim(value);
+            return true;
+        }
+    }
+    static const char* const cell_tags[6] = {"_cell_length_a", "_cell_length_b",   "_cell_length_c",
+                                             "_cell_angle_alpha", "_cell_angle_beta", "_cell_angle_gamma"};
+    for (int k = 0; k < 6; ++k) {
+        if (contains(s, cell_tags[k])) {
+            f_.cell_latt[k] = std::atof(value.c_str());  // "12.345(6)" reads as 12.345
+            return true;
+        }
+    }
+    return false;
+}
+
+void CifWalk::read_loop()
+{
+    if (at_end()) return;
+    bool with_id = false;
+    if (contains(line(), "_symmetry_equiv_pos_site_id")) {
+        with_id = true;
+        ++i_;
+        if (at_end()) return;
+    }
+    const std::string& s = line();
+    if (contains(s, "_symmetry_equiv_pos_as_xyz") || contains(s, "_space_group_symop_operation_xyz")) {
+        ++i_;
+        read_operations(with_id);
+    } else if (contains(s, "_atom_site")) {
+        // Also the bond loops, whose first column _geom_bond_atom_site_label_1
+        // contains "_atom_site": they lack coordinates and are walked past.
+        read_atom_site_loop();
+    } else if (contains(s, "_geom_bond") || contains(s, "_ccdc_geom")) {
+        read_bond_loop();
+    }
+    // Any other loop: its lines go through the walk and match no tag.
+}
+
+// The list ends only at an empty line or a tag line, which the walk then reads.
+// Database files often put "loop_" right after the operations: it becomes one
+// more operation (the zero operation) and the loop it opens is never entered.
+void CifWalk::read_operations(bool with_id)
+{
+    while (!at_end() && !line().empty() && line()[0] != '_') {
+        std::string op = line();
+        if (with_id) {
+            const size_t blank = op.find(' ');
+            if (blank != std::string::npos) op.erase(0, blank + 1);
+        }
+        sg_trim(op);
+        if (!op.empty()) f_.symm_ops.push_back(op);
+        ++i_;
+    }
+}
+
+// Numbers the header lines from 1 and notes, for each wanted tag, the last
+// column whose header contains it (0 when none). Returns the header count.
+int CifWalk::count_headers(const std::vector<const char*>& wanted, std::vector<int>& columns)
+{
+    columns.assign(wanted.size(), 0);
+    int n = 0;
+    while (!at_end() && starts_with(line(), "_")) {
+        ++n;
+        for (size_t w = 0; w < wanted.size(); ++w) {
+            if (contains(line(), wanted[w])) {
+                columns[w] = n;
+                break;
+            }
+        }
+        ++i_;
+    }
+    return n;
+}
+
+void CifWalk::read_atom_site_loop()
+{
+    // Occupancy, ADP type and isotropic displacement columns are known and unused.
+    std::vector<int> col;
+    count_headers({"_atom_site_label", "_atom_site_type_symbol", "_atom_site_fract_x",
+                   "_atom_site_fract_y", "_atom_site_fract_z"},
+                  col);
+    int needed = 5;
+    for (const int c : col) {
+        if (c == 0) return;  // anisotropic and bond loops: not atoms
+        needed = std::max(needed, c);
+    }
+    fract_columns_ = 3;
+    // Rows end at an empty line, a "loop_" line or the end of the file; a tag
+    // right after the rows is read as one more row.
+    while (!at_end() && !line().empty() && !starts_with(line(), "loop_")) {
+        std::string row = line();
+        const std::vector<std::string> tok = row_tokens(row);
+        if (tok.size() < 5) not_enough_columns(kLineAtomColumns, row, 5);
+        if (static_cast<int>(tok.size()) < needed) not_enough_columns(kLineAtomColumns, row, needed);
+        f_.cif_labels.push_back(tok[col[0] - 1]);
+        f_.cif_symbols.push_back(tok[col[1] - 1]);
+        f_.cif_fx.push_back(tok[col[2] - 1]);
+        f_.cif_fy.push_back(tok[col[3] - 1]);
+        f_.cif_fz.push_back(tok[col[4] - 1]);
+        ++i_;
+    }
+}
+
+// Bond loops that do not start with a label column. Nothing here uses them; a
+// row must hold two labels, distance and symmetry (4 columns), and the CCDC
+// bond type too (5), when the header declares that many. The rows also end at
+// a tag line, since database files put _cod_database_code right after them.
+void CifWalk::read_bond_loop()
+{
+    std::vector<int> col;
+    const int headers = count_headers({"_geom_bond_atom_site_label_1", "_geom_bond_atom_site_label_2",
+                                       "_geom_bond_distance", "_geom_bond_site_symmetry_2",
+                                       "_ccdc_geom_bond_type"},
+                                      col);
+    const int needed = col[4] > 0 ? 5 : 4;
+    while (!at_end() && !line().empty() && !starts_with(line(), "loop_") && !starts_with(line(), "_")) {
+        std::string row = line();
+        if (headers >= needed && static_cast<int>(row_tokens(row).size()) < needed)
+            not_enough_columns(kLineBondColumns, row, needed);
+        ++i_;
+    }
+}
+
+void print_cif_summary(const FileIO& f)
+{
+    std::cout << "  Identifier: " << f.identifier << "\n"
+              << "  Spacegroup name: " << f.spacegroup_name << "\n"
+              << "  Spacegroup operations: \n";
+    for (const std::string& op : f.symm_ops) std::cout << "    " << op << "\n";
+    static const char* const names[6] = {"  Cell lattice a = ",     "  Cell lattice b = ",
+                                         "  Cell lattice c = ",     "  Cell lattice alpha = ",
+                                         "  Cell lattice beta  = ", "  Cell lattice gamma = "};
+    for (int k = 0; k < 6; ++k) std::cout << names[k] << f.cell_latt[k] << "\n";
+    const size_t n = f.cif_labels.size();
+    std::cout << "  natoms_cif = " << n << "\n";
+    if (n == 0) return;
+    auto atom = [&f](size_t i) {
+        return f.cif_labels[i] + " " + f.cif_symbols[i] + " " + f.cif_fx[i] + " " + f.cif_fy[i] + " " +
+            f.cif_fz[i];
+    };
+    std::cout << "  First atom: " << atom(0) << "\n  ...\n  Last  atom: " << atom(n - 1) << "\n";
+}
+}  // namespace
+
+void FileIO::read_data_cif(const char* filename, bool binfo)
+{
+    std::ifstream in(filename);
+    if (!in) fatal("fileio", kLineOpen, -1, "", "Failed to open input file \"" + std::string(filename) + "\"\n");
+    cif_filename = filename;
+    if (binfo) std::cout << "Reading crystal file \"" << filename << "\"... ";
+
+    std::vector<std::string> lines;
+    for (std::string s; std::getline(in, s);) lines.push_back(std::move(trim(s)));
+    symm_ops.clear();
+    for (auto* list : {&cif_labels, &cif_symbols, &cif_fx, &cif_fy, &cif_fz}) list->clear();
+
+    CifWalk walk(*this, std::move(lines));
+    walk.run();
+    if (binfo) print_cif_summary(*this);
+
+    cell_cell6_to_latt3x3(cell_latt.data(), latt);
+    cif_natoms = static_cast<int>(cif_labels.size());
+    cif_atypes.resize(static_cast<size_t>(cif_natoms));
+    cif_nw_radius.resize(static_cast<size_t>(cif_natoms));
+    cif_x_s.resize(3 * static_cast<size_t>(cif_natoms));
+    cif_x.resize(3 * static_cast<size_t>(cif_natoms));
+    for (int i = 0; i < cif_natoms; ++i) {
+        // Only the first two characters count: "Cl" is chlorine, the ion "O2-" unknown.
+        cif_atypes[i] = find_element_index_from_name(cif_symbols[i].c_str());
+        cif_nw_radius[i] = find_element_radius_from_name(cif_symbols[i].c_str());
+        cif_x_s[3 * i] = std::atof(cif_fx[i].c_str());
+        cif_x_s[3 * i + 1] = std::atof(cif_fy[i].c_str());
+        cif_x_s[3 * i + 2] = std::atof(cif_fz[i].c_str());
+        coord_f2c(&cif_x_s[3 * i], &cif_x[3 * i]);
+    }
+    make_spacegroup_P1(walk.fract_columns());
+    for (int i = 0; i < cif_natoms; ++i) coord_f2c(&cif_x_s[3 * i], &cif_x[3 * i]);
+    separate_cif_molecules(binfo);
+    if (binfo) std::cout << "Crystal file " << filename << " parsing done.\n";
+}

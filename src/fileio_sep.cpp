@@ -1,0 +1,185 @@
+// Molecule separation: grouping the atoms of the P1 cell into bonded molecules
+// under periodic boundaries, and making each molecule whole inside the cell.
+#include <cstdio>
+#include <string>
+
+#include "fileio.h"
+
+namespace {
+constexpr int kLineNotBonded = 1553;
+constexpr double kNotFoundDist = 9999.99;
+
+// Component-wise shift into [-0.5, 0.5], repeated as often as needed.
+void minimum_image(double d[3])
+{
+    for (int c = 0; c < 3; ++c) {
+        while (d[c] > 0.5) d[c] -= 1.0;
+        while (d[c] < -0.5) d[c] += 1.0;
+    }
+}
+
+void difference(const double* x_s, int m, int k, double d[3])
+{
+    for (int c = 0; c < 3; ++c) d[c] = x_s[3 * m + c] - x_s[3 * k + c];
+}
+
+double cartesian_length(const Mat3& latt, const double d[3])
+{
+    double r[3];
+    mat_vec_mul(latt, d, r);
+    return get_magnitude(r);
+}
+}  // namespace
+
+void FileIO::find_bond_atom(int natoms, const int* unassigned, int nmember, const int* members,
+                            int* out_atom, int* out_member, double* out_dist) const
+{
+    *out_atom = -1;
+    *out_member = -1;
+    *out_dist = kNotFoundDist;
+    for (int k = 0; k < natoms; ++k) {
+        if (!unassigned[k]) continue;
+        if (nmember == 0) {  // seed of a new molecule
+            *out_atom = k;
+            *out_member = 0;
+            *out_dist = 0.0;
+            return;
+        }
+        for (int p = 0; p < nmember; ++p) {
+            const int m = members[p];
+            if (m == k) continue;
+            double d[3];
+            difference(cif_x_s.data(), m, k, d);
+            minimum_image(d);
+            const double r = cartesian_length(latt, d);
+            if ((cif_nw_radius[m] + cif_nw_radius[k]) * bond_dis_scale > r) {
+                *out_atom = k;
+                *out_member = m;
+                *out_dist = r;
+                return;
+            }
+        }
+    }
+}
+
+void FileIO::separate_cif_molecules(bool binfo)
+{
+    cifmol_natoms.clear();
+    cifmol_atoms.clear();
+    std::vector<int> unassigned(static_cast<size_t>(cif_natoms > 0 ? cif_natoms : 0), 1);
+    std::vector<int> members;
+    bool seeding = true;
+    int closed = 0;
+    while (closed < cif_natoms) {
+        int k, m;
+        double r;
+        find_bond_atom(cif_natoms, unassigned.data(), static_cast<int>(members.size()),
+                       members.data(), &k, &m, &r);
+        if (seeding && k >= 0) {
+            members.push_back(k);
+            unassigned[k] = 0;
+            seeding = false;
+            continue;
+        }
+        // Not found leaves k = m = -1: the molecule is complete, no radius is read.
+        if (k >= 0 && m >= 0 && (cif_nw_radius[m] + cif_nw_radius[k]) * bond_dis_scale > r) {
+            members.push_back(k);
+            unassigned[k] = 0;
+            continue;
+        }
+        if (members.empty()) break;  // nothing left to seed from; cannot happen
+        cifmol_natoms.push_back(static_cast<int>(members.size()));
+        cifmol_atoms.insert(cifmol_atoms.end(), members.begin(), members.end());
+        closed += static_cast<int>(members.size());
+        members.clear();
+        seeding = true;
+    }
+    if (binfo) {
+        std::printf("  Unit cell nmols  = %d\n  Unit cell natoms =", static_cast<int>(cifmol_natoms.size()));
+        for (const int n : cifmol_natoms) std::printf(" %d", n);
+        std::printf("\n");
+    }
+}
+
+void FileIO::find_bond_atom_one(int natoms, double* x_s, const double* radius, const int* unassigned,
+                                int nmember, const int* members, int* out_atom, int* out_member,
+                                double* out_dist) const
+{
+    *out_atom = -1;
+    *out_member = -1;
+    *out_dist = kNotFoundDist;
+    for (int k = 0; k < natoms; ++k) {
+        if (!unassigned[k]) continue;
+        if (nmember == 0) {
+            *out_atom = k;
+            *out_member = 0;
+            *out_dist = 0.0;
+            return;
+        }
+        for (int p = 0; p < nmember; ++p) {
+            const int m = members[p];
+            if (m == k) continue;
+            const double cutoff = (radius[m] + radius[k]) * bond_dis_scale;
+            double d[3];
+            difference(x_s, m, k, d);
+            double r = cartesian_length(latt, d);
+            if (r >= cutoff) {
+                minimum_image(d);
+                r = cartesian_length(latt, d);
+                if (r >= cutoff) continue;
+                for (int c = 0; c < 3; ++c) x_s[3 * k + c] = x_s[3 * m + c] - d[c];  // next to m
+            }
+            *out_atom = k;
+            *out_member = m;
+            *out_dist = r;
+            return;
+        }
+    }
+}
+
+namespace {
+// The COM is moved back into the cell only when it is outside by more than
+// single-precision error, so a molecule sitting on a cell face stays put.
+constexpr double kComHigh = 1.0000000596046448;
+constexpr double kComLow = -5.96046448e-08;
+}  // namespace
+
+void FileIO::make_whole_molecule(int mol_number, int natoms, const int* atypes, double* x_s, bool binfo)
+{
+    const size_t n = static_cast<size_t>(natoms > 0 ? natoms : 0);
+    std::vector<double> radius(n);
+    for (size_t i = 0; i < n; ++i) radius[i] = find_element_radius_from_index(atypes[i]);
+    std::vector<int> unassigned(n, 1), members;
+    for (size_t step = 0; step < n; ++step) {  // the seed, then one atom per step
+        int k, m;
+        double r;
+        find_bond_atom_one(natoms, x_s, radius.data(), unassigned.data(),
+                           static_cast<int>(members.size()), members.data(), &k, &m, &r);
+        if (k < 0) break;
+        if (!members.empty() && (radius[m] + radius[k]) * bond_dis_scale < r) break;
+        members.push_back(k);
+        unassigned[k] = 0;
+    }
+    if (members.size() < n) {
+        fatal("fileio", kLineNotBonded, 1,
+              "Not all atoms are bonded in the molecule!\nnat_bonded = " + std::to_string(members.size()) +
+                  ", natoms = " + std::to_string(natoms) + "\n");
+    }
+
+    double com[3];
+    centre_of_mass(natoms, atypes, x_s, com);
+    if (binfo) std::printf("  molecule %d COM = %9.6f %9.6f %9.6f\n", mol_number, com[0], com[1], com[2]);
+    bool shifted = false;
+    for (int c = 0; c < 3; ++c) {
+        const double shift = com[c] > kComHigh ? -1.0 : com[c] < kComLow ? 1.0 : 0.0;
+        if (shift == 0.0) continue;
+        shifted = true;
+        for (size_t i = 0; i < n; ++i) x_s[3 * i + c] += shift;
+    }
+    if (shifted) {
+        centre_of_mass(natoms, atypes, x_s, com);
+        if (binfo)
+            std::printf("  molecule %d COM = %9.6f %9.6f %9.6f (wrapped)\n", mol_number, com[0], com[1],
+                        com[2]);
+    }
+}
