@@ -1,0 +1,121 @@
+// Carrier set-up and the neighbour list on hand-built cells.
+#include <gtest/gtest.h>
+
+#include "test_support.h"
+#include "transport.h"
+
+using namespace testsupport;
+
+namespace {
+
+// Molecules of one carbon atom each at the given fractional positions.
+struct Cell : Transport {
+    Cell(double edge, const std::vector<Vec3>& atoms, double cutoff, int range)
+    {
+        latt = Mat3{{{edge, 0, 0}, {0, edge, 0}, {0, 0, edge}}};
+        mol_count = static_cast<int>(atoms.size());
+        for (const Vec3& a : atoms) {
+            mol_natoms.push_back(1);
+            mol_atypes.push_back({6});
+            mol_x_s.push_back({a[0], a[1], a[2]});
+        }
+        lat_cutoff = cutoff;
+        scell_n = {range, range, range};
+        calc_x_com();
+    }
+    void build()
+    {
+        testing::internal::CaptureStdout();
+        build_neighbor_list(false);
+        testing::internal::GetCapturedStdout();
+    }
+    std::vector<std::array<int, 4>> list(int i) const
+    {
+        std::vector<std::array<int, 4>> out;
+        for (int k = 0; k < num_neighbors[i]; ++k)
+            out.push_back({neighbor_ids[i][k], neighbor_cell_a[i][k], neighbor_cell_b[i][k], neighbor_cell_c[i][k]});
+        return out;
+    }
+};
+
+}  // namespace
+
+TEST(Neighbours, OneMoleculePerCellSeesOnlyItsImages)
+{
+    Cell c(5.0, {{0.1, 0.1, 0.1}}, 5.5, 1);
+    c.build();
+    ASSERT_EQ(c.num_neighbors[0], 6);
+    for (const auto& n : c.list(0)) {
+        EXPECT_EQ(n[0], 0);
+        EXPECT_EQ(std::abs(n[1]) + std::abs(n[2]) + std::abs(n[3]), 1);  // the six faces
+    }
+    EXPECT_TRUE(c.neighbor_list_built);
+    EXPECT_EQ(c.pair_id[0], (std::vector<int>{1, 2, 3, 4, 5, 6}));
+}
+
+TEST(Neighbours, CutoffIsStrictAndRangeLimitsTheSearch)
+{
+    Cell exact(16.0, {{0, 0, 0}, {0.25, 0, 0}}, 4.0, 1);  // exactly 4 A apart
+    exact.build();
+    EXPECT_EQ(exact.num_neighbors[0], 0);
+    Cell within(16.0, {{0, 0, 0}, {0.25, 0, 0}}, 4.001, 1);
+    within.build();
+    EXPECT_EQ(within.list(0), (std::vector<std::array<int, 4>>{{1, 0, 0, 0}}));
+    // The nearest image of molecule 1 lies in the cell at -a; range 0 misses it.
+    Cell far(10.0, {{0.05, 0, 0}, {0.9, 0, 0}}, 2.0, 0);
+    far.build();
+    EXPECT_EQ(far.num_neighbors[0], 0);
+    Cell near(10.0, {{0.05, 0, 0}, {0.9, 0, 0}}, 2.0, 1);
+    near.build();
+    EXPECT_EQ(near.list(0), (std::vector<std::array<int, 4>>{{1, -1, 0, 0}}));
+}
+
+TEST(Neighbours, SortedByCentreOfMassDistance)
+{
+    // Found in the order of the molecule index, listed by distance: 3, 1, 2.
+    Cell c(20.0, {{0, 0, 0}, {0.2, 0, 0}, {0, 0.25, 0}, {0, 0, 0.1}}, 6.0, 0);
+    c.build();
+    EXPECT_EQ(c.list(0), (std::vector<std::array<int, 4>>{{3, 0, 0, 0}, {1, 0, 0, 0}, {2, 0, 0, 0}}));
+}
+
+TEST(Neighbours, TooManyNeighboursEndTheRun)
+{
+    Cell c(3.0, {{0, 0, 0}}, 5.0, 2);
+    c.NNEIMAX = 5;
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    try {
+        c.build_neighbor_list(true);
+        ADD_FAILURE() << "no error";
+    } catch (const RunExit& e) {
+        EXPECT_EQ(e.status(), -1);
+    }
+    const std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Need to boost NNEIMAX (NumNeigh=5)\n");
+    EXPECT_NE(out.find("\nERROR  transport : transport : line "), std::string::npos);
+}
+
+TEST(Carrier, ElectronCountsAndChargeLetter)
+{
+    Cell c(5.0, {{0, 0, 0}}, 1.0, 0);
+    c.mol_atypes[0] = {6, 1, 8};
+    c.mol_natoms[0] = 3;
+    c.calc_homo();
+    EXPECT_EQ(c.homo, (std::vector<int>{7}));  // 15 electrons round down
+
+    ScratchDir dir;
+    const std::pair<const char*, const char*> cases[] = {{"  h  \n", "h"}, {"hole\n", "h"}, {"\n", "\n"}, {"", "c"}};
+    for (const auto& [text, letter] : cases) {
+        write_file("charge.inp", text);
+        testing::internal::CaptureStdout();
+        c.read_charge_inp();
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "Reading input file charge.inp...\n");
+        EXPECT_EQ(c.charge, letter) << "for '" << text << "'";
+    }
+    std::filesystem::remove("charge.inp");
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    EXPECT_THROW(c.read_charge_inp(), RunExit);
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Failed to open input file charge.inp\n");
+}
