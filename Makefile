@@ -21,7 +21,7 @@ demo: all
 	@echo "demo output is in demo/run"
 
 bench: all
-	$(BUILD)/kelta_bench
+	for b in $(BUILD)/kelta_bench_*; do echo "== $$b"; $$b || exit 1; done
 
 clean:
 	rm -rf $(BUILD) demo/run

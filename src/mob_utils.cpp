@@ -1,7 +1,5 @@
 #include "mob_utils.h"
 
-#include <cerrno>
-#include <charconv>
 #include <climits>
 #include <cmath>
 #include <cstdlib>
@@ -77,30 +75,11 @@ void write_mob_line(const char* name, int line, const std::string& label, double
 
 }  // namespace
 
-// Reads up to five numbers as "%lf%lf%lf%lf%lf" would, stopping at the first
-// field that is no number; the fields not reached keep their values.
+// Reads up to five numbers of a track row; a field that is no number stops
+// the scan and the fields not reached keep their values.
 void parse_track_line(const char* line, double* v)
 {
-    const char* p = line;
-    for (int k = 0; k < 5; ++k) {
-        while (*p == ' ' || *p == '\t' || *p == '\n' || *p == '\r' || *p == '\v' || *p == '\f') ++p;
-        const char* q = (*p == '+') ? p + 1 : p;  // from_chars takes no leading '+'
-        double x;
-        const auto [end, ec] = std::from_chars(q, q + std::strlen(q), x);
-        // from_chars reads "0x10" as 0 and "+-1" as -1 where the C library does not.
-        if (ec == std::errc() && !(*q == '-' && q != p) && *end != 'x' && *end != 'X') {
-            v[k] = x;
-            p = end;
-            continue;
-        }
-        // Hexadecimal numbers, out-of-range values and the like: the C library decides.
-        char* e = nullptr;
-        errno = 0;
-        x = std::strtod(p, &e);
-        if (e == p) return;
-        v[k] = x;
-        p = e;
-    }
+    std::sscanf(line, "%lf%lf%lf%lf%lf", &v[0], &v[1], &v[2], &v[3], &v[4]);
 }
 
 Mobutils::Mobutils() = default;

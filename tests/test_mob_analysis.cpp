@@ -50,32 +50,6 @@ protected:
 
 }  // namespace
 
-TEST(TrackLine, FastParserAgreesWithScanf)
-{
-    const char* lines[] = {
-        "  0.000000e+00   1.5e+00  -2.25e+01   3.0   4.0  7\n",
-        "1 2 3\n",         // fields not reached keep their values
-        "1 2 x 4 5\n",     // a field that is no number stops the scan
-        "+1.5 -0 +.5e1 1e400 -1e-400\n",
-        "0x10 0X1p3 nan -inf INFINITY\n",
-        "+-1 2 3 4 5\n",
-        "\t\v 7 8 9 10 11",
-        "",
-        "   \n",
-    };
-    for (const char* line : lines) {
-        double fast[5] = {-1, -2, -3, -4, -5}, slow[5] = {-1, -2, -3, -4, -5};
-        parse_track_line(line, fast);
-        std::sscanf(line, "%lf%lf%lf%lf%lf", &slow[0], &slow[1], &slow[2], &slow[3], &slow[4]);
-        for (int k = 0; k < 5; ++k) {
-            if (std::isnan(slow[k]))
-                EXPECT_TRUE(std::isnan(fast[k])) << line;
-            else
-                EXPECT_EQ(fast[k], slow[k]) << "field " << k << " of '" << line << "'";
-        }
-    }
-}
-
 TEST_F(MobAnalysis, TrackFilesAreReadAsTheHoppingCodeWritesThem)
 {
     write_file("track/track_0001.dat",
