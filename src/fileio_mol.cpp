@@ -115,8 +115,8 @@ bool FileIO::ReadV3000Line(std::istream& in, std::vector<std::string>& tokens)
 void FileIO::ReadV3000Block(std::istream& in, int index, bool /*binfo*/)
 {
     std::vector<std::string> tok;
+    // Runs to "M  END": R-group blocks follow the main connection table.
     while (ReadV3000Line(in, tok)) {
-        if (is_end(tok) && tok.size() >= 4 && tok[3] == "CTAB") return;
         if (!is_begin(tok) || tok[3] == "CTAB") continue;  // COUNTS and the CTAB frame
         const std::string& name = tok[3];
         if (name == "ATOM")
