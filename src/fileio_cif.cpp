@@ -137,12 +137,16 @@ void CifWalk::read_loop()
     } else if (contains(s, "_geom_bond") || contains(s, "_ccdc_geom")) {
         read_bond_loop();
     }
-    // Any other loop: its lines go through the walk and match no tag.
+    // Any other loop: its lines go through the walk and match no tag. That
+    // includes operations headed _space_group_symop_id (paracetamol_p21n_symopid):
+    // only _symmetry_equiv_pos_site_id marks an id column.
 }
 
 // The list ends only at an empty line or a tag line, which the walk then reads.
-// Database files often put "loop_" right after the operations: it becomes one
-// more operation (the zero operation) and the loop it opens is never entered.
+// Most database files (benzene_pbca, c60_hydroquinone_r-3m, ...) put "loop_"
+// right after the operations: it becomes one more operation (the zero
+// operation) and the loop it opens is never entered. Ids are dropped up to the
+// first blank ("1 +X,+Y,+Z" in tfa_phenylbithiophene_cmca).
 void CifWalk::read_operations(bool with_id)
 {
     while (!at_end() && !line().empty() && line()[0] != '_') {
@@ -190,7 +194,8 @@ void CifWalk::read_atom_site_loop()
     }
     fract_columns_ = 3;
     // Rows end at an empty line, a "loop_" line or the end of the file; a tag
-    // right after the rows is read as one more row.
+    // right after the rows is read as one more row. A row wrapped over two
+    // lines (dimethylquinacridone_p21c_wrapped) ends the run here.
     while (!at_end() && !line().empty() && !starts_with(line(), "loop_")) {
         std::string row = line();
         const std::vector<std::string> tok = row_tokens(row);
@@ -254,6 +259,7 @@ void FileIO::read_data_cif(const char* filename, bool binfo)
     if (binfo) std::cout << "Reading crystal file \"" << filename << "\"... ";
 
     std::vector<std::string> lines;
+    // trim also drops the CR of CRLF files (tribenzylmethanol_pcab_crlf).
     for (std::string s; std::getline(in, s);) lines.push_back(std::move(trim(s)));
     symm_ops.clear();
     for (auto* list : {&cif_labels, &cif_symbols, &cif_fx, &cif_fy, &cif_fz}) list->clear();

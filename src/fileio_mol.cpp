@@ -13,7 +13,8 @@ constexpr int kLineCounts = 1401;
 constexpr int kLineAtomList = 1406;
 constexpr int kLineAtoms = 1413;
 
-// Lines without their CR, so that CRLF files give the same columns.
+// Lines without their CR, so that CRLF files (benzene_crlf_v2000) give the
+// same columns.
 bool get_line(std::istream& in, std::string& s)
 {
     if (!std::getline(in, s)) return false;
