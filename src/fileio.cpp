@@ -139,7 +139,10 @@ FileIO::FileIO() : cell_latt{0, 0, 0, 90, 90, 90} {}
 
 namespace {
 // An index outside the table (the -1 that an unknown symbol leaves) reads the
-// dummy entry: mass 0, bond radius 180/250 A, covalent radius 99999.99 A.
+// dummy entry: mass 0 and covalent radius 99999.99 A. Its bond radius is the
+// 9999.99 A that separation gives unknown symbols, so an atom that separation
+// pulled into a molecule also bonds when the molecule is made whole (the
+// database files with '?' type symbols become one molecule, not a failure).
 int table_index(int index) { return (index >= 0 && index < kNumElements) ? index : 0; }
 
 // The two characters a symbol is compared on: the first upper-cased, the second
@@ -183,7 +186,8 @@ double FileIO::find_element_mass_from_index(int index) const
 
 double FileIO::find_element_radius_from_index(int index) const
 {
-    return Elements_m[table_index(index)].radius1 / 250.0;
+    if (index < 0 || index >= kNumElements) return kUnknownRadius;
+    return Elements_m[index].radius1 / 250.0;
 }
 
 double FileIO::find_element_radius_from_index_nw(int index) const

@@ -34,7 +34,8 @@ public:
 
     // ------------------------------------------------ element lookups
     // Index operations accept any int: an index outside the table (the -1 of an
-    // unknown symbol) reads the dummy entry 0, so it never indexes past the tables.
+    // unknown symbol) reads the dummy entry 0, so it never indexes past the tables;
+    // only its bond radius is the unknown-symbol radius kUnknownRadius instead.
     int find_element_index_from_name(const char* name) const;
     double find_element_radius_from_name(const char* name) const;
     void find_element_name_from_index(int index, char* out) const;
@@ -120,11 +121,12 @@ public:
     // Unknown elements weigh nothing; when nothing weighs (all unknown), the plain
     // mean is taken so that the centre is still a point of the molecule.
     double centre_of_mass(int natoms, const int* atypes, const double* x_s, double* com) const;
+    // mol_mass, mol_com_s and mol_com of every molecule; the neighbour list orders by them.
+    void fill_mass_and_centres();
 
 private:
     void resize_mol_slots(int count);
     void copy_cif_molecules();
-    void fill_mass_and_centres();
     void list_bonds();
     void write_side_files() const;
 

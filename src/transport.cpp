@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace {
@@ -17,13 +18,14 @@ Transport::Transport()
     unique_uc_mol_one_calc = unique_nei_mol_one_calc = unique_2mol_calc = HL_unique_mol != 0;
 }
 
-// Electron count of the neutral molecule over two, rounded down.
+// Electron count of the neutral molecule over two, rounded down. An atom of
+// unknown element (-1) brings no electrons.
 void Transport::calc_homo()
 {
-    homo.assign(static_cast<size_t>(mol_count), 0);
+    homo.assign(static_cast<size_t>(std::max(mol_count, 0)), 0);
     for (int m = 0; m < mol_count; ++m) {
         int electrons = 0;
-        for (const int z : mol_atypes[m]) electrons += z;
+        for (const int z : mol_atypes[m]) electrons += std::max(z, 0);
         homo[m] = electrons / 2;
     }
 }
@@ -42,29 +44,6 @@ void Transport::read_charge_inp()
     if (!std::fgets(line, sizeof line, f.get())) std::snprintf(line, sizeof line, "%s", name);
     c_trim(line);
     charge = std::string(1, line[0]);
-}
-
-// Masses and centres of mass of every molecule; the neighbour list orders by them.
-void Transport::calc_x_com()
-{
-    mol_mass.assign(static_cast<size_t>(mol_count), 0.0);
-    mol_com.assign(3 * static_cast<size_t>(mol_count), 0.0);
-    mol_com_s.assign(3 * static_cast<size_t>(mol_count), 0.0);
-    for (int m = 0; m < mol_count; ++m) {
-        double total = 0.0;
-        Vec3 c{};
-        for (int a = 0; a < mol_natoms[m]; ++a) {
-            const int z = mol_atypes[m][a];
-            const double w = (z >= 0 && z < kNumElements) ? find_element_mass_from_index(z) : 0.0;
-            total += w;
-            for (int d = 0; d < 3; ++d) c[d] += w * mol_x_s[m][3 * a + d];
-        }
-        if (total > 0.0)
-            for (double& v : c) v /= total;
-        mol_mass[m] = total;
-        for (int d = 0; d < 3; ++d) mol_com_s[3 * m + d] = c[d];
-        mat_vec_mul(latt, c.data(), &mol_com[3 * m]);
-    }
 }
 
 bool Transport::found_molecule_within_rcut(int i, int j, const int cell[3], double rcut_sq,

@@ -22,7 +22,6 @@ public:
 
     void calc_homo();
     void read_charge_inp();
-    void calc_x_com();
     void build_neighbor_list(bool verbose);
     bool found_molecule_within_rcut(int i, int j, const int cell[3], double rcut_sq,
                                     double* out_rsq) const;

@@ -11,9 +11,10 @@ TEST(FileIOElements, LookupsAndTheDummyEntry)
     const FileIO f;
     EXPECT_EQ(f.find_element_index_from_name("C1"), -1);  // "1" matches no second character
     EXPECT_DOUBLE_EQ(f.find_element_radius_from_name("X"), 9999.99);
-    // An unknown index (-1, or past the table) reads the dummy entry.
+    // An unknown index (-1, or past the table) reads the dummy entry, but bonds
+    // like an unknown symbol does in separation.
     EXPECT_DOUBLE_EQ(f.find_element_mass_from_index(-1), 0.0);
-    EXPECT_DOUBLE_EQ(f.find_element_radius_from_index(-1), 0.72);
+    EXPECT_DOUBLE_EQ(f.find_element_radius_from_index(-1), 9999.99);
     EXPECT_DOUBLE_EQ(f.find_element_radius_from_index_nw(kNumElements), 99999.99);
     char s[3];
     f.find_element_name_from_index(6, s);

@@ -21,7 +21,10 @@ struct Cell : Transport {
         }
         lat_cutoff = cutoff;
         scell_n = {range, range, range};
-        calc_x_com();
+        mol_mass.resize(atoms.size());
+        mol_com.resize(3 * atoms.size());
+        mol_com_s.resize(3 * atoms.size());
+        fill_mass_and_centres();
     }
     void build()
     {
