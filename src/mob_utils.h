@@ -64,25 +64,52 @@ public:
     // The uniform deviate in [0, 1) the bootstrap forms from two successive 32-bit
     // generator outputs, 53 bits, as the standard canonical construction does.
     static double canonical53(std::uint32_t first, std::uint32_t second);
+    // The bootstrap threads' generator: the 32-bit Mersenne Twister with the
+    // standard MT19937 parameters and seeding, making its outputs 624 at a time
+    // so that the twist and the tempering vectorise.
+    class Mt19937Block {
+    public:
+        explicit Mt19937Block(std::uint32_t seed);
+        // The next `got` pairs of successive outputs, 1 <= got <= wanted.
+        const std::uint32_t* pairs(int wanted, int& got)
+        {
+            if (next_ == kSize) refill();
+            const int left = (kSize - next_) / 2;
+            got = wanted < left ? wanted : left;
+            const std::uint32_t* p = out_.data() + next_;
+            next_ += 2 * got;
+            return p;
+        }
+
+    private:
+        static constexpr int kSize = 624;
+        void refill();
+        std::array<std::uint32_t, kSize> state_{}, out_{};
+        int next_ = kSize;
+    };
 
 private:
     // How the fit of a resample's mean curve ends for this time grid.
     enum class ResampleFit { too_few_points, degenerate_times, mean_of_slopes };
+    using Form = std::array<double, 6>;  // symmetric 3x3: xx, yy, zz, xy, xz, yz
     struct ScanWork {
         double factor = 0;  // slope (Angstrom^2 per time unit) to cm^2/Vs
         ResampleFit fit = ResampleFit::too_few_points;
-        // Per trajectory, the slopes against time of xx, yy, zz, xy, xz, yz: the
-        // slope of a direction's projected square is u^T S u.
-        std::vector<std::array<double, 6>> slope_tensor;  // [nsimu]
-        std::vector<double> dir_slope;                    // [nsimu] for the current direction
-        std::vector<double> mean;                         // [ntime] mean projected square
-        std::vector<double> resample_mob;                 // [nsamp]
+        // Per time point, the mean over trajectories of x_a * x_b: the mean
+        // projected square along u is u^T M u.
+        std::vector<Form> moment;  // [ntime]
+        // Per trajectory, the slopes of x_a * x_b against time: the slope of its
+        // projected square along u is u^T S u.
+        std::vector<Form> slope_tensor;    // [nsimu], only when resamples are drawn
+        std::vector<double> dir_slope;     // [nsimu] for the current direction
+        std::vector<double> mean;          // [ntime] mean projected square
+        std::vector<double> resample_mob;  // [nsamp]
     };
     ScanWork scan_work;
-    void fill_slope_tensor();
-    void fill_direction_slopes(const Vec3& dir);
-    void bootstrap_resamples();
-    double fit_mean_curve(const Vec3& dir);
+    void fill_tensors();
+    void fill_direction_slopes(const Form& form);
+    void resample_without_draws();
+    void draw_resamples(int thread, int nthreads);
     // -- scan internals (end)
     void read_temp_override();
 };

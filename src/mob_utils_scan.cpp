@@ -6,11 +6,14 @@
 // trajectories it drew. Each trajectory's slope tensor S (slopes of x_a * x_b
 // against time) is computed once per scan; a direction u then gives every
 // trajectory the slope u^T S u, and a resample costs nsimu draws and additions
-// instead of nsimu rows of ntime additions. The mobility column itself is the fit
-// of the mean projected square, formed and fitted as it always was.
+// instead of nsimu rows of ntime additions. The mobility column is still the fit
+// of the mean projected square; that curve is u^T M(t) u, with M(t) the second
+// moments of the positions over all trajectories, also formed once per scan.
 #include <omp.h>
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <chrono>
 #include <climits>
 #include <cmath>
@@ -40,6 +43,7 @@ const char* const kSphereScript = "mob_direction_all.py";
 
 constexpr double kMinStep = 1e-6;
 constexpr double kSentinel = 1e8;  // running minimum starts here, maximum at its negative
+constexpr int kPairsPerBlock = 312;  // the generator makes 624 outputs at a time
 
 struct Plane {
     const char* name;  // data file and scripts share it
@@ -54,6 +58,24 @@ const Plane kPlanes[3] = {
 };
 
 double radians(double degrees) { return degrees * kPi / 180.0; }
+
+// Symmetric 3x3 forms as their entries xx, yy, zz, xy, xz, yz.
+using Form = std::array<double, 6>;
+
+Form products(double x, double y, double z) { return {x * x, y * y, z * z, x * y, x * z, y * z}; }
+
+// Coefficients c with u^T S u = contract(c, S) for a symmetric S.
+Form quadratic_form(const Vec3& u)
+{
+    return {u[0] * u[0], u[1] * u[1], u[2] * u[2], 2.0 * u[0] * u[1], 2.0 * u[0] * u[2], 2.0 * u[1] * u[2]};
+}
+
+// A not-a-number entry spoils the sum even where its coefficient is 0, as the
+// projection of a position with such a coordinate does.
+double contract(const Form& c, const Form& s)
+{
+    return c[0] * s[0] + c[1] * s[1] + c[2] * s[2] + c[3] * s[3] + c[4] * s[4] + c[5] * s[5];
+}
 
 // Unit vector for polar angle phai (from +z) and azimuth thet (from +x towards +y).
 Vec3 sphere_direction(double sin_phai, double cos_phai, double thet)
@@ -107,10 +129,10 @@ std::uint32_t thread_seed(const std::vector<std::uint32_t>& fixed, int thread)
     }
 }
 
-// Static contiguous partition of nsamp samples among nthreads threads.
-void sample_block(int nsamp, int thread, int nthreads, int& first, int& count)
+// Static contiguous partition of `total` items among nthreads threads.
+void block_of(int total, int thread, int nthreads, int& first, int& count)
 {
-    const int q = nsamp / nthreads, r = nsamp % nthreads;
+    const int q = total / nthreads, r = total % nthreads;
     if (thread < r) {
         count = q + 1;
         first = thread * (q + 1);
@@ -134,12 +156,51 @@ private:
 
 }  // namespace
 
-// (first + second * 2^32) / 2^64, rounded once to double, kept below 1.
+namespace {
+// The exact double of a 32-bit value, by placing it in the mantissa of 2^52;
+// unlike the plain conversion this vectorises without 64-bit integer support.
+inline double exact_double(std::uint32_t v)
+{
+    return std::bit_cast<double>(0x4330000000000000ull | v) - 0x1p52;
+}
+}  // namespace
+
+// (first + second * 2^32) / 2^64, rounded once to double, kept below 1. The
+// scaling by a power of two is exact, so it is a multiplication.
 double Mobutils::canonical53(std::uint32_t first, std::uint32_t second)
 {
-    const double r = (static_cast<double>(first) + static_cast<double>(second) * 4294967296.0) /
-                     18446744073709551616.0;
+    const double r = (exact_double(first) + exact_double(second) * 0x1p32) * 0x1p-64;
     return r >= 1.0 ? 0x1.fffffffffffffp-1 : r;
+}
+
+Mobutils::Mt19937Block::Mt19937Block(std::uint32_t seed)
+{
+    state_[0] = seed;
+    for (std::uint32_t i = 1; i < kSize; ++i)
+        state_[i] = 1812433253u * (state_[i - 1] ^ (state_[i - 1] >> 30)) + i;
+}
+
+void Mobutils::Mt19937Block::refill()
+{
+    constexpr int kShift = 397, kRest = kSize - kShift;
+    constexpr std::uint32_t kUpper = 0x80000000u, kLower = 0x7fffffffu, kMatrix = 0x9908b0dfu;
+    std::uint32_t* const x = state_.data();
+    const auto twist = [](std::uint32_t hi, std::uint32_t lo, std::uint32_t far) {
+        const std::uint32_t y = (hi & kUpper) | (lo & kLower);
+        return far ^ (y >> 1) ^ ((0u - (y & 1u)) & kMatrix);
+    };
+    for (int k = 0; k < kRest; ++k) x[k] = twist(x[k], x[k + 1], x[k + kShift]);
+    for (int k = kRest; k < kSize - 1; ++k) x[k] = twist(x[k], x[k + 1], x[k - kRest]);
+    x[kSize - 1] = twist(x[kSize - 1], x[0], x[kShift - 1]);
+    for (int k = 0; k < kSize; ++k) {
+        std::uint32_t z = x[k];
+        z ^= z >> 11;
+        z ^= (z << 7) & 0x9d2c5680u;
+        z ^= (z << 15) & 0xefc60000u;
+        z ^= z >> 18;
+        out_[k] = z;
+    }
+    next_ = 0;
 }
 
 // ---------------------------------------------------------------- working state
@@ -162,120 +223,114 @@ void Mobutils::prepare_scan_work()
     w.mean.assign(static_cast<size_t>(nt), 0.0);
     w.resample_mob.assign(static_cast<size_t>(std::max(nsamp, 0)), 0.0);
     w.dir_slope.assign(static_cast<size_t>(n), 0.0);
-    if (w.fit == ResampleFit::mean_of_slopes) fill_slope_tensor();
+    fill_tensors();
 }
 
 void Mobutils::release_scan_work() { scan_work = ScanWork{}; }
 
-// Slope of a curve y against time as sum_t weight[t] * y[t].
-void Mobutils::fill_slope_tensor()
+// Second moments of every time point over all trajectories and, when the
+// resamples need them, every trajectory's slope tensor. The slope of a curve y
+// against time is sum_t weight[t] * y[t].
+void Mobutils::fill_tensors()
 {
-    const int n = std::max(nsimu, 0), nt = ntime;
-    double mean_t = 0.0;
-    for (int t = 0; t < nt; ++t) mean_t += track_time[t];
-    mean_t /= nt;
-    std::vector<double> weight(static_cast<size_t>(nt));
-    double spread = 0.0;
-    for (int t = 0; t < nt; ++t) {
-        weight[t] = track_time[t] - mean_t;
-        spread += weight[t] * weight[t];
-    }
-    for (double& v : weight) v /= spread;
-
-    scan_work.slope_tensor.assign(static_cast<size_t>(n), {});
-    for (int j = 0; j < n; ++j) {
-        const double *x = track_x[j], *y = track_y[j], *z = track_z[j];
-        double xx = 0, yy = 0, zz = 0, xy = 0, xz = 0, yz = 0;
+    const int n = std::max(nsimu, 0), nt = std::max(ntime, 0);
+    ScanWork& w = scan_work;
+    const bool slopes = w.fit == ResampleFit::mean_of_slopes;
+    std::vector<double> weight(static_cast<size_t>(nt), 0.0);
+    if (slopes) {
+        double mean_t = 0.0, spread = 0.0;
+        for (int t = 0; t < nt; ++t) mean_t += track_time[t];
+        mean_t /= nt;
         for (int t = 0; t < nt; ++t) {
-            const double wx = weight[t] * x[t], wy = weight[t] * y[t], wz = weight[t] * z[t];
-            xx += wx * x[t];
-            yy += wy * y[t];
-            zz += wz * z[t];
-            xy += wx * y[t];
-            xz += wx * z[t];
-            yz += wy * z[t];
+            weight[t] = track_time[t] - mean_t;
+            spread += weight[t] * weight[t];
         }
-        scan_work.slope_tensor[j] = {xx, yy, zz, xy, xz, yz};
+        for (double& v : weight) v /= spread;
     }
+    w.moment.assign(static_cast<size_t>(nt), {});
+    w.slope_tensor.assign(slopes ? static_cast<size_t>(n) : 0u, {});
+    for (int j = 0; j < n; ++j) {
+        Form slope{};
+        for (int t = 0; t < nt; ++t) {
+            const Form p = products(track_x[j][t], track_y[j][t], track_z[j][t]);
+            for (int i = 0; i < 6; ++i) {
+                w.moment[t][i] += p[i];
+                slope[i] += weight[t] * p[i];
+            }
+        }
+        if (slopes) w.slope_tensor[j] = slope;
+    }
+    for (Form& m : w.moment)
+        for (double& v : m) v /= n;
 }
 
-void Mobutils::fill_direction_slopes(const Vec3& u)
+void Mobutils::fill_direction_slopes(const Form& form)
 {
-    const double c[6] = {u[0] * u[0],       u[1] * u[1],       u[2] * u[2],
-                         2.0 * u[0] * u[1], 2.0 * u[0] * u[2], 2.0 * u[1] * u[2]};
-    const std::vector<std::array<double, 6>>& s = scan_work.slope_tensor;
-    for (size_t j = 0; j < s.size(); ++j) {
-        const std::array<double, 6>& sj = s[j];
-        scan_work.dir_slope[j] = c[0] * sj[0] + c[1] * sj[1] + c[2] * sj[2] + c[3] * sj[3] +
-                                 c[4] * sj[4] + c[5] * sj[5];
-    }
+    const std::vector<Form>& s = scan_work.slope_tensor;
+    for (size_t j = 0; j < s.size(); ++j) scan_work.dir_slope[j] = contract(form, s[j]);
 }
 
 // ---------------------------------------------------------------- one direction
 
-// Fills resample_mob: nsamp resamples of nsimu trajectories drawn with replacement.
-void Mobutils::bootstrap_resamples()
+// When the time grid decides every fit alone (too few points: a message and 0;
+// degenerate times: 0) the resample mobilities need no draws.
+void Mobutils::resample_without_draws()
 {
     ScanWork& w = scan_work;
-    const int ns = static_cast<int>(w.resample_mob.size());
-    if (w.fit != ResampleFit::mean_of_slopes) {
-        // The fit ignores the curve here: it reports too few points or gives 0.
-        for (int k = 0; k < ns; ++k)
-            w.resample_mob[k] = w.factor * fitted_slope(track_time, track_time.data(), ntime);
-        return;
-    }
-    const int n = static_cast<int>(w.dir_slope.size());
-    const double nd = static_cast<double>(n), factor = w.factor;
-    const double* const slope = w.dir_slope.data();
-    double* const out = w.resample_mob.data();
-    const std::vector<std::uint32_t>& seeds = scan_seeds;
-
-#pragma omp parallel default(none) shared(ns, n, nd, factor, slope, out, seeds)
-    {
-        const int me = omp_get_thread_num();
-        std::mt19937 gen(thread_seed(seeds, me));
-        int first = 0, count = 0;
-        sample_block(ns, me, omp_get_num_threads(), first, count);
-        for (int k = first; k < first + count; ++k) {
-            double sum = 0.0;
-            for (int d = 0; d < n; ++d) {
-                const std::uint32_t lo = static_cast<std::uint32_t>(gen());
-                const std::uint32_t hi = static_cast<std::uint32_t>(gen());
-                sum += slope[static_cast<int>(nd * canonical53(lo, hi))];
-            }
-            out[k] = factor * (sum / n);
-        }
-    }
+    for (double& m : w.resample_mob) m = w.factor * fitted_slope(track_time, track_time.data(), ntime);
 }
 
-// Mobility from the mean over all trajectories of the projected square.
-double Mobutils::fit_mean_curve(const Vec3& u)
+// The resamples of one bootstrap thread: its contiguous block of samples, each
+// the mean slope of nsimu trajectories drawn with replacement.
+void Mobutils::draw_resamples(int thread, int nthreads)
 {
-    const int n = std::max(nsimu, 0), nt = std::max(ntime, 0);
-    double* const mean = scan_work.mean.data();
-    std::fill(mean, mean + nt, 0.0);
-    for (int j = 0; j < n; ++j) {
-        const double *x = track_x[j], *y = track_y[j], *z = track_z[j];
-#pragma omp simd
-        for (int t = 0; t < nt; ++t) {
-            const double p = x[t] * u[0] + y[t] * u[1] + z[t] * u[2];
-            mean[t] += p * p;
+    ScanWork& w = scan_work;
+    const int n = static_cast<int>(w.dir_slope.size());
+    const double nd = static_cast<double>(n);
+    const double* const slope = w.dir_slope.data();
+    Mt19937Block gen(thread_seed(scan_seeds, thread));
+    int first = 0, count = 0;
+    block_of(static_cast<int>(w.resample_mob.size()), thread, nthreads, first, count);
+    std::array<int, kPairsPerBlock> idx;
+    for (int k = first; k < first + count; ++k) {
+        double s0 = 0.0, s1 = 0.0, s2 = 0.0, s3 = 0.0;  // four chains of additions side by side
+        for (int left = n, got = 0; left > 0; left -= got) {
+            const std::uint32_t* p = gen.pairs(left, got);
+            for (int i = 0; i < got; ++i)
+                idx[i] = static_cast<int>(nd * canonical53(p[2 * i], p[2 * i + 1]));
+            int i = 0;
+            for (; i + 4 <= got; i += 4) {
+                s0 += slope[idx[i]];
+                s1 += slope[idx[i + 1]];
+                s2 += slope[idx[i + 2]];
+                s3 += slope[idx[i + 3]];
+            }
+            for (; i < got; ++i) s0 += slope[idx[i]];
         }
+        w.resample_mob[k] = w.factor * (((s0 + s1) + (s2 + s3)) / n);
     }
-    for (int t = 0; t < nt; ++t) mean[t] /= n;
-    return scan_work.factor * fitted_slope(track_time, mean, ntime);
 }
 
+// The bootstrap runs in one parallel region per direction. The mean projected
+// square of time point t is u^T M(t) u, M(t) the mean second moment.
 void Mobutils::mob_treat_1pt(const Vec3& dir, double& mob, double& err)
 {
-    if (scan_work.fit == ResampleFit::mean_of_slopes) fill_direction_slopes(dir);
-    bootstrap_resamples();
+    ScanWork& w = scan_work;
+    const Form form = quadratic_form(dir);
+    if (w.fit == ResampleFit::mean_of_slopes) {
+        fill_direction_slopes(form);
+#pragma omp parallel
+        draw_resamples(omp_get_thread_num(), omp_get_num_threads());
+    } else {
+        resample_without_draws();
+    }
     double lo = kSentinel, hi = -kSentinel;
-    for (const double m : scan_work.resample_mob) {
+    for (const double m : w.resample_mob) {
         if (m < lo) lo = m;
         if (m > hi) hi = m;
     }
-    mob = fit_mean_curve(dir);
+    for (size_t t = 0; t < w.mean.size(); ++t) w.mean[t] = contract(form, w.moment[t]);
+    mob = w.factor * fitted_slope(track_time, w.mean.data(), ntime);
     err = (hi - lo) * 0.5;
 }
 

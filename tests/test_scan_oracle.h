@@ -3,6 +3,8 @@
 // every resample, fit every resample curve. Shared by the tests and the benchmark.
 #pragma once
 
+#include <omp.h>
+
 #include <random>
 #include <vector>
 
@@ -55,29 +57,41 @@ inline double literal_mob(const Mobutils& m, const Vec3& u, Table* projsq_out = 
     return 1e-16 / ((0.0001724 * m.temp) * m.get_track_timeunit()) * slope_of(m, mean.data());
 }
 
-// Mobility and error along u, with the bootstrap threads played one after the
-// other: thread th of nthreads seeds from m.scan_seeds[th % size].
-inline void literal_treat(const Mobutils& m, const Vec3& u, int nthreads, double& mob, double& err)
+// The resamples of bootstrap thread th of nthreads, seeded from
+// m.scan_seeds[th % size], or from the random device when there are no seeds.
+inline void literal_block(const Mobutils& m, const Table& projsq, int th, int nthreads, Table& resample,
+                          std::vector<double>& resample_mob)
 {
     const int n = m.nsimu, nt = m.ntime, ns = m.nsamp;
     const double factor = 1e-16 / ((0.0001724 * m.temp) * m.get_track_timeunit());
+    const size_t nseeds = m.scan_seeds.size();
+    std::mt19937 gen(nseeds ? m.scan_seeds[static_cast<size_t>(th) % nseeds] : std::random_device("default")());
+    const int q = ns / nthreads, r = ns % nthreads;
+    const int first = th < r ? th * (q + 1) : r + th * q;
+    const int count = th < r ? q + 1 : q;
+    for (int k = first; k < first + count; ++k) {
+        for (int d = 0; d < n; ++d) {
+            const int idx = static_cast<int>(n * std::generate_canonical<double, 53>(gen));
+            for (int t = 0; t < nt; ++t) resample[k][t] += projsq[idx][t];
+        }
+        for (int t = 0; t < nt; ++t) resample[k][t] /= n;
+        resample_mob[k] = factor * slope_of(m, resample[k]);
+    }
+}
+
+// Mobility and error along u. With nthreads > 0 the bootstrap threads are played
+// one after the other; with 0 they run in a parallel region of the default size.
+inline void literal_treat(const Mobutils& m, const Vec3& u, int nthreads, double& mob, double& err)
+{
     Table projsq;
     mob = literal_mob(m, u, &projsq);
-    Table resample(ns, nt);
-    std::vector<double> resample_mob(static_cast<size_t>(ns));
-    const int q = ns / nthreads, r = ns % nthreads;
-    for (int th = 0; th < nthreads; ++th) {
-        std::mt19937 gen(m.scan_seeds[static_cast<size_t>(th) % m.scan_seeds.size()]);
-        const int first = th < r ? th * (q + 1) : r + th * q;
-        const int count = th < r ? q + 1 : q;
-        for (int k = first; k < first + count; ++k) {
-            for (int d = 0; d < n; ++d) {
-                const int idx = static_cast<int>(n * std::generate_canonical<double, 53>(gen));
-                for (int t = 0; t < nt; ++t) resample[k][t] += projsq[idx][t];
-            }
-            for (int t = 0; t < nt; ++t) resample[k][t] /= n;
-            resample_mob[k] = factor * slope_of(m, resample[k]);
-        }
+    Table resample(m.nsamp, m.ntime);
+    std::vector<double> resample_mob(static_cast<size_t>(m.nsamp));
+    if (nthreads > 0) {
+        for (int th = 0; th < nthreads; ++th) literal_block(m, projsq, th, nthreads, resample, resample_mob);
+    } else {
+#pragma omp parallel
+        literal_block(m, projsq, omp_get_thread_num(), omp_get_num_threads(), resample, resample_mob);
     }
     double lo = 1e8, hi = -1e8;
     for (const double v : resample_mob) {
