@@ -81,7 +81,8 @@ public:
     {
         for (const Run& r : runs)
             if (r.run_type == Run::RT_Iteration)
-                seconds[r.run_name.function_name] = r.real_accumulated_time / static_cast<double>(r.iterations);
+                seconds[r.run_name.function_name] =
+                    r.real_accumulated_time / static_cast<double>(r.iterations);
         ConsoleReporter::ReportRuns(runs);
     }
 };
@@ -96,26 +97,34 @@ int main(int argc, char** argv)
     m.set_angle_delta(kStep);
     const std::vector<Vec3> subset = sample_directions(6);
 
-    benchmark::RegisterBenchmark("fast/full_scans", [&](benchmark::State& st) {
+    const auto full_scans = [&](benchmark::State& st) {
         for (auto _ : st) {
             const QuietStdout quiet;
             m.mob_plane_xy_xz_yz();
             m.mob_direction_all();
         }
-    })->Unit(benchmark::kMillisecond)->Iterations(3);
-    benchmark::RegisterBenchmark("fast/per_direction", [&](benchmark::State& st) {
+    };
+    const auto fast_directions = [&](benchmark::State& st) {
         m.prepare_scan_work();
         double mob, err;
         for (auto _ : st)
             for (const Vec3& u : subset) m.mob_treat_1pt(u, mob, err);
         st.SetItemsProcessed(st.iterations() * static_cast<int64_t>(subset.size()));
-    })->Unit(benchmark::kMillisecond);
-    benchmark::RegisterBenchmark("literal/per_direction", [&](benchmark::State& st) {
+    };
+    const auto literal_directions = [&](benchmark::State& st) {
         double mob, err;
         for (auto _ : st)
             for (const Vec3& u : subset) scanoracle::literal_treat(m, u, 0, mob, err);
         st.SetItemsProcessed(st.iterations() * static_cast<int64_t>(subset.size()));
-    })->Unit(benchmark::kMillisecond)->Iterations(1);
+    };
+    benchmark::RegisterBenchmark("fast/full_scans", full_scans)
+        ->Unit(benchmark::kMillisecond)
+        ->Iterations(3);
+    benchmark::RegisterBenchmark("fast/per_direction", fast_directions)
+        ->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark("literal/per_direction", literal_directions)
+        ->Unit(benchmark::kMillisecond)
+        ->Iterations(1);
 
     benchmark::Initialize(&argc, argv);
     Recorder rec;
@@ -125,12 +134,14 @@ int main(int argc, char** argv)
     const auto has = [&](const char* n) { return rec.seconds.count(n) != 0; };
     if (!has("fast/full_scans") || !has("literal/per_direction")) return 0;
     const double fast = rec.seconds["fast/full_scans"];
-    const double literal_dir = rec.seconds["literal/per_direction"] / static_cast<double>(subset.size());
+    const double literal_dir =
+        rec.seconds["literal/per_direction"] / static_cast<double>(subset.size());
     const double literal = literal_dir * kDirections;
-    std::printf("\n%d trajectories x %d points, step %g, %d directions\n", kTrajectories, kPoints, kStep,
-                kDirections);
-    std::printf("fast full scans (plane + sphere, measured):         %9.3f s\n", fast);
-    std::printf("literal full scans (%.1f ms/direction on %zu directions, x %d, extrapolated): %9.3f s\n",
+    std::printf("\n%d trajectories x %d points, step %g, %d directions\n", kTrajectories, kPoints,
+                kStep, kDirections);
+    std::printf("fast full scans, measured:                     %8.3f s\n", fast);
+    std::printf("literal full scans, extrapolated (%.1f ms per direction on %zu directions, x %d): "
+                "%8.3f s\n",
                 literal_dir * 1e3, subset.size(), kDirections, literal);
     std::printf("literal / fast: %.1f\n", literal / fast);
     return 0;

@@ -110,6 +110,7 @@ private:
     void fill_direction_slopes(const Form& form);
     void resample_without_draws();
     void draw_resamples(int thread, int nthreads);
+    double write_sphere_row(std::FILE* out, int i, int last_phai, int last_thet, double step);
     // -- scan internals (end)
     void read_temp_override();
 };

@@ -42,7 +42,7 @@ const char* const kSphereData = "mob_direction_all";
 const char* const kSphereScript = "mob_direction_all.py";
 
 constexpr double kMinStep = 1e-6;
-constexpr double kSentinel = 1e8;  // running minimum starts here, maximum at its negative
+constexpr double kSentinel = 1e8;    // running minimum starts here, maximum at its negative
 constexpr int kPairsPerBlock = 312;  // the generator makes 624 outputs at a time
 
 struct Plane {
@@ -52,22 +52,38 @@ struct Plane {
 };
 
 const Plane kPlanes[3] = {
-    {"mob_plane_xy", 1023, [](double c, double s) { return Vec3{c, s, 0.0}; }},
-    {"mob_plane_xz", 1080, [](double c, double s) { return Vec3{c, 0.0, s}; }},
-    {"mob_plane_yz", 1138, [](double c, double s) { return Vec3{0.0, c, s}; }},
+    {"mob_plane_xy", 1023,
+     [](double c, double s) {
+         return Vec3{c, s, 0.0};
+     }},
+    {"mob_plane_xz", 1080,
+     [](double c, double s) {
+         return Vec3{c, 0.0, s};
+     }},
+    {"mob_plane_yz", 1138,
+     [](double c, double s) {
+         return Vec3{0.0, c, s};
+     }},
 };
 
-double radians(double degrees) { return degrees * kPi / 180.0; }
+double radians(double degrees)
+{
+    return degrees * kPi / 180.0;
+}
 
 // Symmetric 3x3 forms as their entries xx, yy, zz, xy, xz, yz.
 using Form = std::array<double, 6>;
 
-Form products(double x, double y, double z) { return {x * x, y * y, z * z, x * y, x * z, y * z}; }
+Form products(double x, double y, double z)
+{
+    return {x * x, y * y, z * z, x * y, x * z, y * z};
+}
 
 // Coefficients c with u^T S u = contract(c, S) for a symmetric S.
 Form quadratic_form(const Vec3& u)
 {
-    return {u[0] * u[0], u[1] * u[1], u[2] * u[2], 2.0 * u[0] * u[1], 2.0 * u[0] * u[2], 2.0 * u[1] * u[2]};
+    return {u[0] * u[0],       u[1] * u[1],       u[2] * u[2],
+            2.0 * u[0] * u[1], 2.0 * u[0] * u[2], 2.0 * u[1] * u[2]};
 }
 
 // A not-a-number entry spoils the sum even where its coefficient is 0, as the
@@ -154,15 +170,13 @@ private:
     Mobutils& m_;
 };
 
-}  // namespace
-
-namespace {
 // The exact double of a 32-bit value, by placing it in the mantissa of 2^52;
 // unlike the plain conversion this vectorises without 64-bit integer support.
-inline double exact_double(std::uint32_t v)
+double exact_double(std::uint32_t v)
 {
     return std::bit_cast<double>(0x4330000000000000ull | v) - 0x1p52;
 }
+
 }  // namespace
 
 // (first + second * 2^32) / 2^64, rounded once to double, kept below 1. The
@@ -226,7 +240,10 @@ void Mobutils::prepare_scan_work()
     fill_tensors();
 }
 
-void Mobutils::release_scan_work() { scan_work = ScanWork{}; }
+void Mobutils::release_scan_work()
+{
+    scan_work = ScanWork{};
+}
 
 // Second moments of every time point over all trajectories and, when the
 // resamples need them, every trajectory's slope tensor. The slope of a curve y
@@ -277,7 +294,8 @@ void Mobutils::fill_direction_slopes(const Form& form)
 void Mobutils::resample_without_draws()
 {
     ScanWork& w = scan_work;
-    for (double& m : w.resample_mob) m = w.factor * fitted_slope(track_time, track_time.data(), ntime);
+    for (double& m : w.resample_mob)
+        m = w.factor * fitted_slope(track_time, track_time.data(), ntime);
 }
 
 // The resamples of one bootstrap thread: its contiguous block of samples, each
@@ -374,6 +392,32 @@ void Mobutils::mob_plane_xy_xz_yz()
     if (flag_binfo) std::cout << "done.\n";
 }
 
+// One row of the sphere grid; returns the largest mobility of the row (0 if none).
+double Mobutils::write_sphere_row(std::FILE* out, int i, int last_phai, int last_thet,
+                                  double step)
+{
+    double mob, err, max = 0.0;
+    if (i == last_phai || i == 0) {
+        // A pole: one direction for the whole row, computed for thet 0.
+        const double phai = i == last_phai ? 180.0 : 0.0, rad = radians(phai);
+        mob_treat_1pt(sphere_direction(std::sin(rad), std::cos(rad), 0.0), mob, err);
+        if (mob > max) max = mob;
+        for (int j = 0; j <= last_thet; ++j)
+            std::fprintf(out, kSphereRow, phai, j * step, mob, err);
+    } else {
+        const double phai = i * step, rad = radians(phai);
+        const double sin_phai = std::sin(rad), cos_phai = std::cos(rad);
+        for (int j = 0; j <= last_thet; ++j) {
+            const double thet = j * step;
+            mob_treat_1pt(sphere_direction(sin_phai, cos_phai, thet), mob, err);
+            std::fprintf(out, kSphereRow, phai, thet, mob, err);
+            if (mob > max) max = mob;
+        }
+    }
+    std::fputs("\n", out);
+    return max;
+}
+
 void Mobutils::mob_direction_all()
 {
     print_title(kSphereTitle);
@@ -391,27 +435,8 @@ void Mobutils::mob_direction_all()
         std::fputs(kSphereHeader, f.get());
         const int last_phai = last_angle_index(180.0, step);
         const int last_thet = last_angle_index(360.0, step);
-        for (int i = 0; i <= last_phai; ++i) {
-            double mob, err;
-            if (i == last_phai || i == 0) {
-                // A pole: one direction for the whole row, computed for thet 0.
-                const double phai = i == last_phai ? 180.0 : 0.0, rad = radians(phai);
-                mob_treat_1pt(sphere_direction(std::sin(rad), std::cos(rad), 0.0), mob, err);
-                if (mob > max) max = mob;
-                for (int j = 0; j <= last_thet; ++j)
-                    std::fprintf(f.get(), kSphereRow, phai, j * step, mob, err);
-            } else {
-                const double phai = i * step, rad = radians(phai);
-                const double sin_phai = std::sin(rad), cos_phai = std::cos(rad);
-                for (int j = 0; j <= last_thet; ++j) {
-                    const double thet = j * step;
-                    mob_treat_1pt(sphere_direction(sin_phai, cos_phai, thet), mob, err);
-                    std::fprintf(f.get(), kSphereRow, phai, thet, mob, err);
-                    if (mob > max) max = mob;
-                }
-            }
-            std::fputs("\n", f.get());
-        }
+        for (int i = 0; i <= last_phai; ++i)
+            max = std::max(max, write_sphere_row(f.get(), i, last_phai, last_thet, step));
     }
     write_gnuplot_eps_script_3D(kSphereData, max);
     write_gnuplot_png_script_3D(kSphereData, max);

@@ -237,5 +237,6 @@ void Mobutils::write_pyplot_script_3D(const char* name, double max) const
 {
     const File f = open_script(name, kLineSurfacePy);
     const double l = max;
-    std::fprintf(f.get(), kSurfacePython, remove_filename_extension(name).c_str(), l, l, l, l, l, l);
+    std::fprintf(f.get(), kSurfacePython, remove_filename_extension(name).c_str(), l, l, l, l, l,
+                 l);
 }

@@ -48,7 +48,8 @@ inline double literal_mob(const Mobutils& m, const Vec3& u, Table* projsq_out = 
     std::vector<double> mean(static_cast<size_t>(nt), 0.0);
     for (int j = 0; j < n; ++j)
         for (int t = 0; t < nt; ++t) {
-            const double p = m.track_x[j][t] * u[0] + m.track_y[j][t] * u[1] + m.track_z[j][t] * u[2];
+            const double p =
+                m.track_x[j][t] * u[0] + m.track_y[j][t] * u[1] + m.track_z[j][t] * u[2];
             projsq[j][t] = p * p;
             mean[t] += projsq[j][t];
         }
@@ -59,13 +60,14 @@ inline double literal_mob(const Mobutils& m, const Vec3& u, Table* projsq_out = 
 
 // The resamples of bootstrap thread th of nthreads, seeded from
 // m.scan_seeds[th % size], or from the random device when there are no seeds.
-inline void literal_block(const Mobutils& m, const Table& projsq, int th, int nthreads, Table& resample,
-                          std::vector<double>& resample_mob)
+inline void literal_block(const Mobutils& m, const Table& projsq, int th, int nthreads,
+                          Table& resample, std::vector<double>& resample_mob)
 {
     const int n = m.nsimu, nt = m.ntime, ns = m.nsamp;
     const double factor = 1e-16 / ((0.0001724 * m.temp) * m.get_track_timeunit());
     const size_t nseeds = m.scan_seeds.size();
-    std::mt19937 gen(nseeds ? m.scan_seeds[static_cast<size_t>(th) % nseeds] : std::random_device("default")());
+    std::mt19937 gen(nseeds ? m.scan_seeds[static_cast<size_t>(th) % nseeds]
+                            : std::random_device("default")());
     const int q = ns / nthreads, r = ns % nthreads;
     const int first = th < r ? th * (q + 1) : r + th * q;
     const int count = th < r ? q + 1 : q;
@@ -88,10 +90,12 @@ inline void literal_treat(const Mobutils& m, const Vec3& u, int nthreads, double
     Table resample(m.nsamp, m.ntime);
     std::vector<double> resample_mob(static_cast<size_t>(m.nsamp));
     if (nthreads > 0) {
-        for (int th = 0; th < nthreads; ++th) literal_block(m, projsq, th, nthreads, resample, resample_mob);
+        for (int th = 0; th < nthreads; ++th)
+            literal_block(m, projsq, th, nthreads, resample, resample_mob);
     } else {
 #pragma omp parallel
-        literal_block(m, projsq, omp_get_thread_num(), omp_get_num_threads(), resample, resample_mob);
+        literal_block(m, projsq, omp_get_thread_num(), omp_get_num_threads(), resample,
+                      resample_mob);
     }
     double lo = 1e8, hi = -1e8;
     for (const double v : resample_mob) {
