@@ -216,14 +216,15 @@ TEST_F(ScanFiles, NanStepWritesEmptyResults)
 TEST_F(ScanFiles, TooSmallStepCancelsWithStatusZero)
 {
     write_file("delta.inp", "0\n");
+    m.set_flag_binfo(true);
     testing::internal::CaptureStdout();
     EXPECT_EQ(scan_status([&] { m.mob_plane_xy_xz_yz(); }), 0);
     EXPECT_EQ(scan_status([&] { m.mob_direction_all(); }), 0);
     EXPECT_EQ(
         testing::internal::GetCapturedStdout(),
-        "Treating mob_plane_xy_xz_yz...\n"
+        "Treating mob_plane_xy_xz_yz...\n  deltaa = 0\n"
         "\nERROR  transport : mob_utils : line 992 : \ndeltaa too small, mob_xy_xz_yz() canceled!\n"
-        "Treating mob_direction_all...\n"
+        "Treating mob_direction_all...\n  deltaa = 0\n"
         "\nERROR  transport : mob_utils : line 700 : \ndeltaa too small, mb-direction-all "
         "canceled!\n");
     EXPECT_FALSE(std::filesystem::exists("mob_plane_xy.dat"));
