@@ -20,26 +20,6 @@ struct Config : KeltaInp {
     }
 };
 
-struct Fatal {
-    int status;
-    std::string out;
-};
-
-Fatal read_fails(const std::string& text)
-{
-    write_file("kelta.inp", text);
-    KeltaInp k;
-    testing::internal::CaptureStdout();
-    try {
-        k.read_kelta_inp("kelta.inp", false);
-    } catch (const RunExit& e) {
-        return {e.status(), testing::internal::GetCapturedStdout()};
-    }
-    testing::internal::GetCapturedStdout();
-    ADD_FAILURE() << "no fatal error for:\n" << text;
-    return {};
-}
-
 class KeltaInpTest : public testing::Test {
 protected:
     ScratchDir dir;
@@ -56,60 +36,47 @@ TEST_F(KeltaInpTest, FileWithoutBlockKeepsEveryDefault)
     EXPECT_EQ(c.temp, 300.0);
     EXPECT_EQ(c.chargetype, "a");
     EXPECT_EQ(c.output_level, 2);
-    EXPECT_EQ(c.lat_cutoff, 4.0);
     EXPECT_EQ(c.scell_n, (std::array<int, 3>{3, 3, 3}));
-    EXPECT_EQ(c.bond_dis_scale, 1.15);
-    EXPECT_EQ(c.vec_a, (Vec3{8.098, 0, 0}));
-    EXPECT_EQ(c.vec_b, (Vec3{0, 5.953, 0}));
     EXPECT_EQ(c.vec_c, (Vec3{-4.888095, 0, 7.138882}));
     EXPECT_EQ(c.kelta_dat_file, "kelta-quantum.dat");
-    EXPECT_TRUE(c.input_read);
-    EXPECT_TRUE(c.unique_2mol_calc && c.unique_RE_calc);
+    EXPECT_TRUE(c.input_read && c.unique_2mol_calc && c.unique_RE_calc);
 }
 
-TEST_F(KeltaInpTest, HeaderMatchesWholeTrimmedLineOnly)
+TEST_F(KeltaInpTest, HeadersCommentsAndBlocks)
 {
-    EXPECT_EQ(Config("&TRANSPORT\nnsimu = 7\n/\n").nsimu, 7);
-    EXPECT_EQ(Config("  &Transport\t\nnsimu = 7\n/\n").nsimu, 7);
-    // The inline comment is cut but the blanks before it stay: no block.
-    EXPECT_EQ(Config("&transport   ! settings\nnsimu = 7\n/\n").nsimu, 2000);
-    EXPECT_EQ(Config("&transport # x\nnsimu = 7\n/\n").nsimu, 2000);
-    EXPECT_EQ(Config("&transport!x\nnsimu = 7\n/\n").nsimu, 7);
-}
-
-TEST_F(KeltaInpTest, CommentsAndKeyCase)
-{
-    EXPECT_EQ(Config("&transport\n  nsimu = 100   ! simulations\n/\n").nsimu, 100);
-    EXPECT_EQ(Config("&transport\nnsimu=100#x\n/\n").nsimu, 100);
-    EXPECT_EQ(Config("&transport\nNSIMU = 100\n# nsimu = 3\n! nsimu = 4\n/\n").nsimu, 100);
-    // A line without '=' is skipped; a '/' line ends the block.
-    EXPECT_EQ(Config("&transport\nnsimu 5\nnsimu = 6\n/\nnsimu = 9\n").nsimu, 6);
-    // Several blocks: later values win. An unclosed block reads to the end.
-    const Config c("&transport\nnsimu = 1\ntemp = 10\n/\n&transport\nnsimu = 2\n");
-    EXPECT_EQ(c.nsimu, 2);
-    EXPECT_EQ(c.temp, 10.0);
+    const std::pair<std::string, int> cases[] = {
+        {"&TRANSPORT\nnsimu = 7\n/\n", 7},
+        {"  &Transport\t\nnsimu = 7\n/\n", 7},
+        {"&transport!x\nnsimu = 7\n/\n", 7},
+        // The inline comment is cut but the blanks before it stay: no block.
+        {"&transport   ! settings\nnsimu = 7\n/\n", 2000},
+        {"&transport # x\nnsimu = 7\n/\n", 2000},
+        {"&transport\n  nsimu = 100   ! simulations\n/\n", 100},
+        {"&transport\nnsimu=100#x\n# nsimu = 3\n! nsimu = 4\n/\n", 100},
+        {"&transport\nNSIMU = 100\n/\n", 100},
+        {"&transport\nnsimu 5\nnsimu = 6\n/\nnsimu = 9\n", 6},  // no '=': skipped
+        {"&transport\nnsimu = 1\n/\n&transport\nnsimu = 2\n", 2},  // unclosed, later wins
+        // The second 1023-character piece of an over-long comment is a line of its own.
+        {"&transport\n!" + std::string(1022, 'x') + "nsimu = 7\n/\n", 7},
+    };
+    for (const auto& [text, nsimu] : cases) EXPECT_EQ(Config(text).nsimu, nsimu) << text;
 }
 
 TEST_F(KeltaInpTest, ValueKinds)
 {
-    const Config c("&transport\n"
-                   "tsimu = 1.5e3 ns\n"
-                   "tsnap = 1.0d3\n"
-                   "vector_a = 1.0 2.0\n"
-                   "nei_scell = 2 1\n"
-                   "super-cell = 2 2 2\n"
-                   "homo_adjustment = 1 2\n"
-                   "homo_adjustment = 1  2\n"
-                   "chargetype = 'H'\n"
-                   "mater_name = a\"b\n"
-                   "ratetype = quantity\n"
-                   "kelta_dat_file = \"x.dat\"\n"
-                   "scratch = /scr/x\n"
-                   "app_elec_F = 0 1e5 0\n"
-                   "app_elec_F = 0 0 0\n"
-                   "/\n");
+    const Config c("&qc_inp_append\nline one\n  /\n/ end\n"
+                   "&transport\n"
+                   "tsimu = 1.5e3 ns\ntsnap = 1.0d3\nnsimu = abc\n"
+                   "vector_a = 1.0 2.0\nnei_scell = 2 1\nsuper-cell = 2 2 2\n"
+                   "homo_adjustment = 1 2\nhomo_adjustment = 1  2\n"
+                   "chargetype = 'H'\nmater_name = a\"b\nratetype = quantity\n"
+                   "kelta_dat_file = \"x.dat\"\nscratch = /scr/x\n"
+                   "app_elec_F = 0 1e5 0\napp_elec_F = 0 0 0\n"
+                   "molecule = 2  a.mol   b.mol\n"
+                   "/\n&gaussian.append\nsecond\n");
     EXPECT_EQ(c.tsimu, 1500.0);
     EXPECT_EQ(c.tsnap, 1.0);
+    EXPECT_EQ(c.nsimu, 0);
     EXPECT_EQ(c.vec_a, (Vec3{1.0, 2.0, 0.0}));  // third component keeps its default
     EXPECT_EQ(c.scell_n, (std::array<int, 3>{2, 1, 3}));
     EXPECT_EQ(c.super_cell, (std::array<int, 3>{2, 2, 2}));
@@ -118,91 +85,62 @@ TEST_F(KeltaInpTest, ValueKinds)
     EXPECT_EQ(c.mater_name, "ab");
     EXPECT_EQ(c.ratetype, "quantity");
     EXPECT_EQ(c.kelta_dat_file, "\"x.dat\"");  // plain text keeps quotes...
-    EXPECT_EQ(c.job.scratch, " /scr/x");  // ...and scratch keeps even the leading blank
-    EXPECT_TRUE(c.get_appE_flag());         // a later zero field does not clear it
-    EXPECT_EQ(Config("&transport\nnsimu = abc\n/\n").nsimu, 0);
-    EXPECT_EQ(Config("&transport\nsuper_cell = 4 4 4\n/\n").super_cell, (std::array<int, 3>{4, 4, 4}));
-}
-
-TEST_F(KeltaInpTest, MoleculeListAndAppendBlocks)
-{
-    const Config c("&qc_inp_append\nline one\n  /\n/ end\n"
-                   "&transport\nmolecule = 2  a.mol   b.mol\nratetype = Marcus-Levich\n/\n"
-                   "&gaussian.append\nsecond\n");
+    EXPECT_EQ(c.job.scratch, " /scr/x");       // ...and scratch the leading blank
+    EXPECT_TRUE(c.get_appE_flag());            // a later zero field does not clear it
     EXPECT_EQ(c.mol_input_mode, 1);
-    EXPECT_EQ(c.mol_count, 2);
     EXPECT_EQ(c.mol_names, (std::vector<std::string>{"a.mol", "b.mol"}));
     EXPECT_EQ(c.qc_inp_append, "line one\n  /\nsecond\n");
-    EXPECT_EQ(c.kelta_dat_file, "kelta-Marcus-Levich.dat");
-}
-
-TEST_F(KeltaInpTest, LongPhysicalLinesAreReadIn1023CharacterPieces)
-{
-    // The second piece of an over-long comment line is a line of its own.
-    const std::string longc = "!" + std::string(1022, 'x') + "nsimu = 7\n";
-    EXPECT_EQ(Config("&transport\n" + longc + "/\n").nsimu, 7);
 }
 
 TEST_F(KeltaInpTest, EnvironmentSitsBetweenDefaultsAndFile)
 {
     setenv("KELTA_QC_NODES", "abc", 1);
     setenv("KELTA_JOB_SCHED", "slurm", 1);
-    setenv("KELTA_MODULE_QC", "qc/1", 1);
     const Config env("");
     EXPECT_EQ(env.job.qc_nodes, 0);
     EXPECT_EQ(env.job.sched_type, "slurm");
-    EXPECT_TRUE(env.job.module_qc_given);
-    const Config file("&transport\nsched_type = lsf\nnodelist = n1,n2\n/\n");
+    const Config file("&transport\nsched_type = lsf\nnodelist = n1,n2\ncompute_engine = 2\n/\n");
     EXPECT_EQ(file.job.sched_type, "lsf");
     EXPECT_EQ(file.job.nodelist, "n1 n2");
+    EXPECT_EQ(file.job.qc_exe, "fullpath/orca");
     unsetenv("KELTA_QC_NODES");
     unsetenv("KELTA_JOB_SCHED");
-    unsetenv("KELTA_MODULE_QC");
     EXPECT_EQ(Config("").job.qc_nodes, 1);
 }
 
-TEST_F(KeltaInpTest, EngineAndExecutableMustAgree)
+TEST_F(KeltaInpTest, BadInputEndsTheRunWithItsMessage)
 {
-    const Config orca("&transport\ncompute_engine = 2\n/\n");
-    EXPECT_EQ(orca.job.qc_exe, "fullpath/orca");
-    const Fatal f = read_fails("&transport\ncompute_engine = 3\n/\n");
-    EXPECT_EQ(f.status, 1);
-    EXPECT_EQ(f.out, "\nERROR  transport : kelta_inp : line 560 : \nIncomptiable settings:\n"
-                     "  The compute_engine = 3, while qc_exe is set to g09\n"
-                     "  1 - Gaussian, 2 - ORCA, 3 - QCHEM\n");
-}
-
-TEST_F(KeltaInpTest, BadValuesEndTheRunWithStatusOne)
-{
-    Fatal f = read_fails("&transport\nchargetype = x\n/\n");
-    EXPECT_EQ(f.status, 1);
-    EXPECT_EQ(f.out, "\nERROR  transport : kelta_inp : line 390 : \nThe current chargetype in kelta.inp is 'x', \n"
-                     "while the supported chargetype's are: 'e', 'h', 'a'\n");
-    f = read_fails("&transport\nevc_type = zmat\n/\n");
-    EXPECT_EQ(f.status, 1);
-    EXPECT_NE(f.out.find("while the supported evc_type's are: 'cart', 'int'\n"), std::string::npos);
-    f = read_fails("&transport\nratetype = mar\n/\n");
-    EXPECT_EQ(f.status, 1);
-    EXPECT_NE(f.out.find("The current ratetype in kelta.inp is 'mar', \nwhile the supported ratetype's are: marcus, quantum\n"),
-              std::string::npos);
-    f = read_fails("&transport\nmolecule = 3 a.mol\n/\n");
-    EXPECT_EQ(f.status, 1);
-}
-
-TEST_F(KeltaInpTest, UnknownKeyAndMissingFileEndTheRunWithStatusMinusOne)
-{
-    const Fatal f = read_fails("&transport\n  Foo Bar = 1\n/\n");
-    EXPECT_EQ(f.status, -1);
-    EXPECT_EQ(f.out, "\nERROR  transport : kelta_inp : line 460 : \n\nUnknown parameter \"Foo Bar\" in file kelta.inp!!!\n\n");
-
-    KeltaInp k;
-    testing::internal::CaptureStdout();
-    try {
-        k.read_kelta_inp("missing.inp", false);
-        ADD_FAILURE() << "no error";
-    } catch (const RunExit& e) {
-        EXPECT_EQ(e.status(), -1);
+    const std::string h = "\nERROR  transport : kelta_inp : line ";
+    const struct {
+        const char* text;
+        int status;
+        std::string out;
+    } cases[] = {
+        {"&transport\nchargetype = x\n/\n", 1,
+         h + "390 : \nThe current chargetype in kelta.inp is 'x', \nwhile the supported chargetype's are: 'e', 'h', 'a'\n"},
+        {"&transport\nevc_type = zmat\n/\n", 1,
+         h + "390 : \nThe current evc_type in kelta.inp is 'zmat', \nwhile the supported evc_type's are: 'cart', 'int'\n"},
+        {"&transport\nratetype = mar\n/\n", 1,
+         h + "390 : \nThe current ratetype in kelta.inp is 'mar', \nwhile the supported ratetype's are: marcus, quantum\n"},
+        {"&transport\ncompute_engine = 3\n/\n", 1,
+         h + "560 : \nIncomptiable settings:\n  The compute_engine = 3, while qc_exe is set to g09\n"
+             "  1 - Gaussian, 2 - ORCA, 3 - QCHEM\n"},
+        {"&transport\nmolecule = 3 a.mol\n/\n", 1,
+         h + "470 : \nKeyword molecule announces 3 file name(s) but gives 1: ' 3 a.mol'\n"},
+        {"&transport\n  Foo Bar = 1\n/\n", -1, h + "460 : \n\nUnknown parameter \"Foo Bar\" in file kelta.inp!!!\n\n"},
+        {nullptr, -1, h + "120 : \nFailed to open input file: kelta.inp\n"},
+    };
+    for (const auto& c : cases) {
+        std::filesystem::remove("kelta.inp");
+        if (c.text) write_file("kelta.inp", c.text);
+        KeltaInp k;
+        testing::internal::CaptureStdout();
+        try {
+            k.read_kelta_inp("kelta.inp", false);
+            ADD_FAILURE() << "no error for " << c.text;
+        } catch (const RunExit& e) {
+            EXPECT_EQ(e.status(), c.status);
+        }
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), c.out);
     }
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "\nERROR  transport : kelta_inp : line 120 : \nFailed to open input file: missing.inp\n");
 }

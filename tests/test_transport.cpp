@@ -43,42 +43,33 @@ struct Cell : Transport {
 
 }  // namespace
 
-TEST(Neighbours, OneMoleculePerCellSeesOnlyItsImages)
+TEST(Neighbours, ImagesCutoffRangeAndOrder)
 {
-    Cell c(5.0, {{0.1, 0.1, 0.1}}, 5.5, 1);
-    c.build();
-    ASSERT_EQ(c.num_neighbors[0], 6);
-    for (const auto& n : c.list(0)) {
-        EXPECT_EQ(n[0], 0);
-        EXPECT_EQ(std::abs(n[1]) + std::abs(n[2]) + std::abs(n[3]), 1);  // the six faces
+    Cell one(5.0, {{0.1, 0.1, 0.1}}, 5.5, 1);  // one molecule: only its six face images
+    one.build();
+    ASSERT_EQ(one.num_neighbors[0], 6);
+    for (const auto& n : one.list(0)) EXPECT_EQ(n[0] * 10 + std::abs(n[1]) + std::abs(n[2]) + std::abs(n[3]), 1);
+    EXPECT_EQ(one.pair_id[0], (std::vector<int>{1, 2, 3, 4, 5, 6}));
+    using List = std::vector<std::array<int, 4>>;
+    const struct {
+        double edge;
+        std::vector<Vec3> atoms;
+        double cutoff;
+        int range;
+        List expected;
+    } cases[] = {
+        {16.0, {{0, 0, 0}, {0.25, 0, 0}}, 4.0, 1, {}},  // exactly 4 A apart: not in range
+        {16.0, {{0, 0, 0}, {0.25, 0, 0}}, 4.001, 1, {{1, 0, 0, 0}}},
+        {10.0, {{0.05, 0, 0}, {0.9, 0, 0}}, 2.0, 0, {}},  // the image at -a is outside range 0
+        {10.0, {{0.05, 0, 0}, {0.9, 0, 0}}, 2.0, 1, {{1, -1, 0, 0}}},
+        // Found in the order of the molecule index, listed by distance.
+        {20.0, {{0, 0, 0}, {0.2, 0, 0}, {0, 0.25, 0}, {0, 0, 0.1}}, 6.0, 0, {{3, 0, 0, 0}, {1, 0, 0, 0}, {2, 0, 0, 0}}},
+    };
+    for (const auto& c : cases) {
+        Cell cell(c.edge, c.atoms, c.cutoff, c.range);
+        cell.build();
+        EXPECT_EQ(cell.list(0), c.expected) << "edge " << c.edge << " cutoff " << c.cutoff << " range " << c.range;
     }
-    EXPECT_TRUE(c.neighbor_list_built);
-    EXPECT_EQ(c.pair_id[0], (std::vector<int>{1, 2, 3, 4, 5, 6}));
-}
-
-TEST(Neighbours, CutoffIsStrictAndRangeLimitsTheSearch)
-{
-    Cell exact(16.0, {{0, 0, 0}, {0.25, 0, 0}}, 4.0, 1);  // exactly 4 A apart
-    exact.build();
-    EXPECT_EQ(exact.num_neighbors[0], 0);
-    Cell within(16.0, {{0, 0, 0}, {0.25, 0, 0}}, 4.001, 1);
-    within.build();
-    EXPECT_EQ(within.list(0), (std::vector<std::array<int, 4>>{{1, 0, 0, 0}}));
-    // The nearest image of molecule 1 lies in the cell at -a; range 0 misses it.
-    Cell far(10.0, {{0.05, 0, 0}, {0.9, 0, 0}}, 2.0, 0);
-    far.build();
-    EXPECT_EQ(far.num_neighbors[0], 0);
-    Cell near(10.0, {{0.05, 0, 0}, {0.9, 0, 0}}, 2.0, 1);
-    near.build();
-    EXPECT_EQ(near.list(0), (std::vector<std::array<int, 4>>{{1, -1, 0, 0}}));
-}
-
-TEST(Neighbours, SortedByCentreOfMassDistance)
-{
-    // Found in the order of the molecule index, listed by distance: 3, 1, 2.
-    Cell c(20.0, {{0, 0, 0}, {0.2, 0, 0}, {0, 0.25, 0}, {0, 0, 0.1}}, 6.0, 0);
-    c.build();
-    EXPECT_EQ(c.list(0), (std::vector<std::array<int, 4>>{{3, 0, 0, 0}, {1, 0, 0, 0}, {2, 0, 0, 0}}));
 }
 
 TEST(Neighbours, TooManyNeighboursEndTheRun)
