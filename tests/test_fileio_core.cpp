@@ -1,99 +1,82 @@
-// Element lookups, cell conversions and the structure dispatch.
+// Structure dispatch, symmetry operations, P1 expansion and whole molecules.
 #include <cmath>
 
 #include "test_fileio_util.h"
-#include "test_support.h"
 
 using namespace fileio_test;
 
-TEST(FileIOElements, LookupsAndTheDummyEntry)
-{
-    const FileIO f;
-    EXPECT_EQ(f.find_element_index_from_name("C1"), -1);  // "1" matches no second character
-    EXPECT_DOUBLE_EQ(f.find_element_radius_from_name("X"), 9999.99);
-    // An unknown index (-1, or past the table) reads the dummy entry, but bonds
-    // like an unknown symbol does in separation.
-    EXPECT_DOUBLE_EQ(f.find_element_mass_from_index(-1), 0.0);
-    EXPECT_DOUBLE_EQ(f.find_element_radius_from_index(-1), 9999.99);
-    EXPECT_DOUBLE_EQ(f.find_element_radius_from_index_nw(kNumElements), 99999.99);
-    char s[3];
-    f.find_element_name_from_index(6, s);
-    EXPECT_STREQ(s, "C");
-    f.find_element_name_from_mass(0.05, s);  // the dummy entry is never matched
-    EXPECT_STREQ(s, "A ");
-}
-
-TEST(FileIOCell, HexagonalLattice)
+// Carbon atoms at the given fractional positions in a 10 A cube.
+static FileIO carbons(const std::vector<double>& x_s, const std::vector<std::string>& ops = {})
 {
     FileIO f;
-    const double hex[6] = {4, 5, 7, 90, 90, 120};
-    f.cell_cell6_to_latt3x3(hex, f.latt);
-    EXPECT_NEAR(f.latt[0][1], -2.5, 1e-12);
-    EXPECT_NEAR(f.latt[1][1], 2.5 * std::sqrt(3.0), 1e-12);
-    EXPECT_NEAR(f.latt_inv[0][1] * f.latt[1][1] + f.latt_inv[0][0] * f.latt[0][1], 0, 1e-15);
-}
-
-namespace {
-// Molecule mode with an orthogonal 10 x 12 x 15 cell.
-FileIO molecule_mode(const std::vector<std::string>& files)
-{
-    FileIO f;
-    f.mol_input_mode = 1;
-    f.mol_count = static_cast<int>(files.size());
-    for (const std::string& name : files) f.mol_names.push_back(fixture("mol/" + name));
-    f.vec_a = {10, 0, 0};
-    f.vec_b = {0, 12, 0};
-    f.vec_c = {0, 0, 15};
+    const double cell[6] = {10, 10, 10, 90, 90, 90};
+    f.cell_cell6_to_latt3x3(cell, f.latt);
+    f.symm_ops = ops;
+    f.cif_natoms = static_cast<int>(x_s.size() / 3);
+    f.cif_atypes.assign(x_s.size() / 3, 6);
+    f.cif_nw_radius.assign(x_s.size() / 3, 0.77);
+    f.cif_x_s = f.cif_x = x_s;
     return f;
 }
-}  // namespace
 
-TEST(FileIODispatch, MissingInputEndsTheRun)
+TEST(FileIODispatch, MoleculeModeReadsTheFilesIntoTheGivenCell)
 {
     FileIO f;
-    f.mol_input_mode = -1;
-    expect_fatal(capture([&] { f.read_crystal_strcuture_files(false, false); }), -1,
-                 "No input molecule data is available. (-1)\n");
-    const Outcome cif = capture([&] { f.read_data_cif("no/such.cif", false); });
-    EXPECT_EQ(cif.status, -1);
-    EXPECT_EQ(cif.err, "Failed to open input file \"no/such.cif\"\n");
-    EXPECT_EQ(capture([&] { f.read_data_mol("no/such.mol", 0, false); }).err,
-              "Failed to open input file \"no/such.mol\"\n");
-}
-
-TEST(FileIODispatch, MoleculeModeCellAndFractions)
-{
-    FileIO empty = molecule_mode({});
-    empty.read_crystal_strcuture_files(false, false);
-    EXPECT_TRUE(empty.mol_natoms.empty());
-    const std::array<double, 6> expected = {10, 12, 15, 90, 90, 90};
-    for (int k = 0; k < 6; ++k) EXPECT_NEAR(empty.cell_latt[k], expected[k], 1e-12);
-
-    FileIO f = molecule_mode({"chiral2_chlorine.mol"});
+    f.mol_input_mode = f.mol_count = 1;
+    f.mol_names = {fixture("mol/chiral2_chlorine.mol")};
+    f.vec_a = {10, 0, 0};
+    f.vec_b = {5, 12, 0};  // 13 A long
+    f.vec_c = {0, 0, 15};
     EXPECT_EQ(capture([&] { f.read_crystal_strcuture_files(false, false); }).out,
               "WARNING: The Chiral Flag should be either 0 or 1. The value of 2 will be ignored.\n");
+    const std::array<double, 6> cell = {10, 13, 15, 90, 90, std::acos(5.0 / 13) * 180 / M_PI};
+    for (int k = 0; k < 6; ++k) EXPECT_NEAR(f.cell_latt[k], cell[k], 1e-12);
     ASSERT_EQ(f.mol_atypes, (std::vector<std::vector<int>>{{6, 17, 17, 1, 1}}));  // Cl and CL
-    EXPECT_NEAR(f.mol_x_s[0][0], 0.1, 1e-15);
-    EXPECT_NEAR(f.mol_x_s[0][1], 2.0 / 12, 1e-15);
-    EXPECT_NEAR(f.mol_x_s[0][2], 0.2, 1e-15);
-    EXPECT_EQ(f.mol_ids, std::vector<int>{1});
+    const double fractions[3] = {(1 - 5 * 2.0 / 12) / 10, 2.0 / 12, 0.2};  // carbon at (1, 2, 3)
+    for (int k = 0; k < 3; ++k) EXPECT_NEAR(f.mol_x_s[0][k], fractions[k], 1e-15);
     EXPECT_NEAR(f.mol_mass[0], 12.011 + 2 * 35.4527 + 2 * 1.00794, 1e-9);
-    EXPECT_NEAR(f.mol_com[0], 10 * f.mol_com_s[0], 1e-12);
-    // C-Cl (1.77 A) and C-H bonds; Cl-Cl and H-H pairs are too far apart.
-    const std::multimap<int, int> bonds = {{1, 2}, {1, 3}, {1, 4}, {1, 5}};
-    EXPECT_EQ(f.mol_bonds[0], bonds);
 }
 
-TEST(FileIODispatch, SearchRangeScalesRowsAndSideFilesAreWritten)
+TEST(SymmParse, RowsAndTranslations)
 {
-    testsupport::ScratchDir dir;
-    FileIO f = molecule_mode({});
-    f.vec_b = {3, 12, 0};
-    f.scell_n = {2, 1, 1};
-    f.output_dir = "side";
-    f.read_crystal_strcuture_files(false, true);
-    EXPECT_DOUBLE_EQ(f.scell_latt[0][1], 6);  // x component of b doubled
-    EXPECT_DOUBLE_EQ(f.scell_latt[1][1], 12);
-    EXPECT_EQ(testsupport::read_file("side/cellvec.dat"),
-              "a =        10         0         0\nb =         3        12         0\nc =         0         0        15\n");
+    const struct { const char* op; std::array<double, 3> row0; double t0; } cases[] = {
+        {"y-x,y,z", {-1, 1, 0}, 0.0},
+        {"x-1/2,y,z", {1, 0, 0}, 0.5},       // -0.5 wrapped once
+        {"x+1/2+1/4,y,z", {1, 0, 0}, 0.25},  // a new number replaces the last
+        {"1 0 0 0.5 0 1 0 0 0 0 1 0", {1, 0, 0}, 0.5},  // numeric form
+    };
+    for (const auto& c : cases) {
+        double R[3][3], t[3];
+        FileIO::ParseTransformString(c.op, R, t);
+        EXPECT_EQ((std::array<double, 3>{R[0][0], R[0][1], R[0][2]}), c.row0) << c.op;
+        EXPECT_DOUBLE_EQ(t[0], c.t0) << c.op;
+    }
+}
+
+TEST(SymmExpand, OperationMajorOrderWrapOnceAndOverlapRemoval)
+{
+    FileIO f = carbons({0, 0, 0, 0.1, 0.2, 0.3, -0.2, 1.3, -1.2}, {"x,y,z", "-x,-y,-z"});
+    EXPECT_EQ(capture([&] { f.make_spacegroup_P1(3); }).out,
+              "WARNING: Overlapped atoms detected and to be removed\n         Number of overlapped atoms is 1\n"
+              "         Number of remaining atoms is 5\n");
+    // Each coordinate is wrapped once only: -1.2 becomes -0.2, and its inverse -1.3 becomes -0.3.
+    const std::vector<double> p1 = {0, 0, 0, 0.1, 0.2, 0.3, 0.8, 0.3, -0.2, 0.9, 0.8, 0.7, 0.2, -0.3, 0.2};
+    ASSERT_EQ(f.cif_x_s.size(), p1.size());
+    for (size_t i = 0; i < p1.size(); ++i) EXPECT_NEAR(f.cif_x_s[i], p1[i], 1e-15) << i;
+    EXPECT_EQ(f.cif_natoms, 5);
+    EXPECT_EQ(f.cif_atypes.size(), 5u);
+
+    // 0.0005 apart and 0 vs 0.9999 (through the face) merge; 0.002 apart is kept.
+    FileIO g = carbons({0.5, 0.5, 0.5, 0.5005, 0.5, 0.5, 0.502, 0.5, 0.5, 0, 0.1, 0.1, 0.9999, 0.1, 0.1}, {"x,y,z"});
+    capture([&] { g.make_spacegroup_P1(3); });
+    EXPECT_EQ(g.cif_x_s, (std::vector<double>{0.5, 0.5, 0.5, 0.502, 0.5, 0.5, 0, 0.1, 0.1}));
+}
+
+TEST(Separ, WholeMoleculeNeedsEveryAtomBonded)
+{
+    FileIO f = carbons({});
+    std::vector<double> x = {0.1, 0.1, 0.1, 0.2, 0.1, 0.1, 0.5, 0.5, 0.5};
+    const int carbon[3] = {6, 6, 6};
+    expect_fatal(capture([&] { f.make_whole_molecule(1, 3, carbon, x.data(), false); }), 1,
+                 "Not all atoms are bonded in the molecule!\nnat_bonded = 2, natoms = 3\n");
 }

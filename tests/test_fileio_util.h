@@ -1,5 +1,4 @@
-// Helpers shared by the structure-module tests: fixture paths, running a call
-// that may end the run, and the whole crystal path.
+// Helpers shared by the structure-module tests.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -25,11 +24,7 @@ inline Outcome capture(const std::function<void()>& call)
     Outcome o;
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    try {
-        call();
-    } catch (const RunExit& e) {
-        o.status = e.status();
-    }
+    try { call(); } catch (const RunExit& e) { o.status = e.status(); }
     o.out = testing::internal::GetCapturedStdout();
     o.err = testing::internal::GetCapturedStderr();
     return o;
@@ -45,8 +40,7 @@ inline Outcome load_crystal(FileIO& f, const std::string& path)
     });
 }
 
-// The run ended with `status`, and standard output ends with this module's
-// error header (any line number) and `text`.
+// The run ended with `status`, its output with this module's error header and `text`.
 inline void expect_fatal(const Outcome& o, int status, const std::string& text)
 {
     EXPECT_EQ(o.status, status);
