@@ -14,6 +14,7 @@
 #include <string>
 
 #include "../tests/test_scan_oracle.h"
+#include "../tests/test_support.h"
 
 namespace {
 
@@ -21,26 +22,6 @@ constexpr int kTrajectories = 2000, kPoints = 200;
 constexpr double kStep = 10.0;
 constexpr int kDirections = 3 * 37 + 2 + 17 * 37;  // plane fans, poles, sphere interior
 
-// A scratch working directory for the files the scans write; stdout silenced.
-class Sandbox {
-public:
-    Sandbox()
-    {
-        old_ = std::filesystem::current_path();
-        std::string tmpl = (std::filesystem::temp_directory_path() / "kelta_bench_XXXXXX").string();
-        dir_ = mkdtemp(tmpl.data());
-        std::filesystem::current_path(dir_);
-    }
-    ~Sandbox()
-    {
-        std::filesystem::current_path(old_);
-        std::error_code ec;
-        std::filesystem::remove_all(dir_, ec);
-    }
-
-private:
-    std::filesystem::path old_, dir_;
-};
 
 class QuietStdout {
 public:
@@ -91,7 +72,7 @@ public:
 
 int main(int argc, char** argv)
 {
-    const Sandbox sandbox;
+    const testsupport::ScratchDir sandbox;  // the files the scans write
     Mobutils m;
     scanoracle::fill_random_walks(m, kTrajectories, kPoints, 42);
     m.set_angle_delta(kStep);

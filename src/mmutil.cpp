@@ -210,6 +210,21 @@ int LinearRegression(const double* x, const double* y, int n, double* a, double*
     return 0;
 }
 
+double regression_slope(const double* x, const double* y, int n)
+{
+    double a, b, s;
+    LinearRegression(x, y, n, &a, &b, &s);
+    return b;
+}
+
+void read_first_number(const char* name, double& value)
+{
+    const File f = open_file(name, "rt");
+    if (!f) return;
+    char line[128];
+    if (std::fgets(line, sizeof line, f.get())) std::sscanf(line, "%lf", &value);
+}
+
 // ---------------------------------------------------------------- random numbers
 // L'Ecuyer's two-generator combination with a Bays-Durham shuffle. The shuffle
 // table is not initialised by a non-negative seed, so the first draws of the

@@ -92,6 +92,13 @@ private:
 
 int LinearRegression(const double* x, const double* y, int n, double* intercept, double* slope,
                      double* stderr_out);
+// The least-squares slope alone (LinearRegression's messages and zero rules).
+double regression_slope(const double* x, const double* y, int n);
+
+// The override files (temp.inp, delta.inp): when the file opens, a number read
+// with "%lf" from its first line (at most 127 characters) replaces `value`; a
+// missing file or a line that is no number leaves it as it is.
+void read_first_number(const char* name, double& value);
 
 // Process-wide bootstrap generator (the only global state of the program).
 void init_random_seed();

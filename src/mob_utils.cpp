@@ -24,13 +24,6 @@ void mean_curve(const Table& data, int nsimu, int ntime, std::vector<double>& me
     for (int t = 0; t < ntime; ++t) mean[t] /= nsimu;
 }
 
-double fitted_slope(const std::vector<double>& time, const double* curve, int ntime)
-{
-    double a, b, s;
-    LinearRegression(time.data(), curve, ntime, &a, &b, &s);
-    return b;
-}
-
 // The sequential bootstrap of the average and axis analyses: every resample
 // draws nsimu trajectories with replacement from the process-wide generator.
 // Returns half the spread of the resample mobilities, the running minimum and
@@ -48,7 +41,7 @@ double sequential_bootstrap(const Table& data, int nsimu, int ntime, int nsamp,
             for (int t = 0; t < ntime; ++t) row[t] += src[t];
         }
         for (int t = 0; t < ntime; ++t) row[t] /= nsimu;
-        mobs[s] = factor * fitted_slope(time, row, ntime);
+        mobs[s] = factor * regression_slope(time.data(), row, ntime);
     }
     double lo = sentinel, hi = -sentinel;
     for (const double m : mobs) {
@@ -146,19 +139,10 @@ void Mobutils::output_mob_data(int mob_all)
     }
 }
 
-// "temp.inp" replaces the temperature for this and every later analysis.
-void Mobutils::read_temp_override()
-{
-    const File f = open_file("temp.inp", "rt");
-    if (!f) return;
-    char line[128];
-    if (std::fgets(line, sizeof line, f.get())) std::sscanf(line, "%lf", &temp);
-}
-
 void Mobutils::mob_average()
 {
     std::cout << "Treating mob_average..." << "\n";
-    read_temp_override();
+    read_first_number("temp.inp", temp);  // replaces temp for every later analysis
     if (flag_binfo) std::cout << "  temp  = " << temp << "\n";
     const int n = std::max(nsimu, 0);
     std::vector<double> mean(static_cast<size_t>(ntime) + 1, 0.0);
@@ -169,7 +153,7 @@ void Mobutils::mob_average()
         std::cout << "  nsimu = " << nsimu << "\n" << "  nsamp = " << nsamp << "\n" << "  ntime = " << ntime << "\n";
     init_random_seed();
     const double dev = sequential_bootstrap(track_r2, n, ntime, nsamp, track_time, f, 1e20);
-    const double mob = f * fitted_slope(track_time, mean.data(), ntime);
+    const double mob = f * regression_slope(track_time.data(), mean.data(), ntime);
     write_mob_line("mob.dat", 411, "mob_ave", mob, dev);
     if (flag_binfo) std::cout << "done." << "\n";
 }
@@ -177,7 +161,7 @@ void Mobutils::mob_average()
 void Mobutils::mob_direction_a_b_c()
 {
     std::cout << "Treating mob_direction..." << "\n";
-    read_temp_override();
+    read_first_number("temp.inp", temp);  // replaces temp for every later analysis
     if (flag_binfo) std::cout << "  temp = " << temp << "\n";
     const int n = std::max(nsimu, 0);
     Table projected(n, ntime + 2);
@@ -202,7 +186,7 @@ void Mobutils::mob_direction_a_b_c()
             write_aver_track(strprintf("aver_track_%s.dat", axes[axis]).c_str(), 528, track_time, mean, ntime);
         init_random_seed();
         const double dev = sequential_bootstrap(projected, n, ntime, nsamp, track_time, f1, 1e8);
-        const double mob = f1 * fitted_slope(track_time, mean.data(), ntime);
+        const double mob = f1 * regression_slope(track_time.data(), mean.data(), ntime);
         write_mob_line(strprintf("mob_%s.dat", axes[axis]).c_str(), 645, strprintf("mob_%s", axes[axis]), mob, dev);
     }
     if (flag_binfo) std::cout << "done." << "\n";

@@ -112,5 +112,4 @@ private:
     void draw_resamples(int thread, int nthreads);
     double write_sphere_row(std::FILE* out, int i, int last_phai, int last_thet, double step);
     // -- scan internals (end)
-    void read_temp_override();
 };

@@ -109,26 +109,16 @@ int last_angle_index(double range, double step)
     return static_cast<int>(v);
 }
 
-void print_title(const char* title)
+// What both scans do first: the title, the "delta.inp" override of the step,
+// its information line, and the end of the run (status 0) for a step too small.
+void begin_scan(const char* title, double& step, bool binfo, int too_small_line,
+                const char* too_small)
 {
     std::printf("%s\n", title);
     std::fflush(stdout);
-}
-
-// "delta.inp" replaces the angle step when it exists and starts with a number.
-void read_delta_override(double& step)
-{
-    const File f = open_file("delta.inp", "rt");
-    if (!f) return;
-    std::string line;
-    if (read_line(f.get(), line, 128)) std::sscanf(line.c_str(), "%lf", &step);
-}
-
-double fitted_slope(const std::vector<double>& time, const double* curve, int ntime)
-{
-    double a, b, s;
-    LinearRegression(time.data(), curve, ntime, &a, &b, &s);
-    return b;
+    read_first_number("delta.inp", step);
+    if (binfo) std::cout << "  deltaa = " << step << "\n";
+    if (step < kMinStep) fatal(kModule, too_small_line, 0, too_small);
 }
 
 // Seed of one bootstrap thread: fixed by the caller, or one value from the device.
@@ -295,7 +285,7 @@ void Mobutils::resample_without_draws()
 {
     ScanWork& w = scan_work;
     for (double& m : w.resample_mob)
-        m = w.factor * fitted_slope(track_time, track_time.data(), ntime);
+        m = w.factor * regression_slope(track_time.data(), track_time.data(), ntime);
 }
 
 // The resamples of one bootstrap thread: its contiguous block of samples, each
@@ -348,7 +338,7 @@ void Mobutils::mob_treat_1pt(const Vec3& dir, double& mob, double& err)
         if (m > hi) hi = m;
     }
     for (size_t t = 0; t < w.mean.size(); ++t) w.mean[t] = contract(form, w.moment[t]);
-    mob = w.factor * fitted_slope(track_time, w.mean.data(), ntime);
+    mob = w.factor * regression_slope(track_time.data(), w.mean.data(), ntime);
     err = (hi - lo) * 0.5;
 }
 
@@ -363,10 +353,7 @@ void Mobutils::mob_treat_plane_1pt(std::FILE* out, double angle, const Vec3& dir
 
 void Mobutils::mob_plane_xy_xz_yz()
 {
-    print_title(kPlaneTitle);
-    read_delta_override(angle_delta);
-    if (flag_binfo) std::cout << "  deltaa = " << angle_delta << "\n";
-    if (angle_delta < kMinStep) fatal(kModule, kLinePlaneTooSmall, 0, kPlaneTooSmall);
+    begin_scan(kPlaneTitle, angle_delta, flag_binfo, kLinePlaneTooSmall, kPlaneTooSmall);
 
     const ScanWorkScope scope(*this);
     const double step = angle_delta;
@@ -420,10 +407,7 @@ double Mobutils::write_sphere_row(std::FILE* out, int i, int last_phai, int last
 
 void Mobutils::mob_direction_all()
 {
-    print_title(kSphereTitle);
-    read_delta_override(angle_delta);
-    if (flag_binfo) std::cout << "  deltaa = " << angle_delta << "\n";
-    if (angle_delta < kMinStep) fatal(kModule, kLineSphereTooSmall, 0, kSphereTooSmall);
+    begin_scan(kSphereTitle, angle_delta, flag_binfo, kLineSphereTooSmall, kSphereTooSmall);
 
     const ScanWorkScope scope(*this);
     const double step = angle_delta;

@@ -67,6 +67,7 @@ struct RunResult {
     int status = -1;
 };
 
+#ifdef KELTA_MOB_EXE  // the benchmarks use the rest without the built tool
 // Runs the built tool in `dir` with the given arguments (each shell-quoted).
 inline RunResult run_tool(const std::filesystem::path& dir, const std::vector<std::string>& args,
                           const std::string& env = "")
@@ -83,6 +84,7 @@ inline RunResult run_tool(const std::filesystem::path& dir, const std::vector<st
     std::filesystem::remove(dir / ".stderr");
     return r;
 }
+#endif
 
 // One carrier position per time point; r2 is written as x^2 + y^2 + z^2.
 struct Point {
