@@ -35,6 +35,15 @@ struct Analysis : Mobutils {
         write_file("charge.inp", "h\n");
     }
     void load() { readin_track_data(); }
+    // Reads the tracks and runs the chosen analyses; returns what they printed.
+    std::string run(bool average, bool axes)
+    {
+        testing::internal::CaptureStdout();
+        load();
+        if (average) mob_average();
+        if (axes) mob_direction_a_b_c();
+        return testing::internal::GetCapturedStdout();
+    }
 };
 
 double captured_mob(const std::string& file)
@@ -84,10 +93,7 @@ TEST_F(MobAnalysis, AverageMobilityOfAHandCheckedCurve)
     write_file("track/track_0002.dat", "#\n0 0 0 0 0\n1 2 0 0 4\n2 2 2 0 8\n");
     Analysis a(2, 3);
     a.output_level = 4;
-    testing::internal::CaptureStdout();
-    a.load();
-    a.mob_average();
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Reading track data...\nTreating mob_average...\n");
+    EXPECT_EQ(a.run(true, false), "Reading track data...\nTreating mob_average...\n");
     EXPECT_NEAR(captured_mob("mob.dat"), 3 * einstein_factor(300, 1e-9, 3), 1e-12);
     EXPECT_EQ(read_file("aver_track.dat"),
               "  0.000000e+00   0.000000e+00\n  1.000000e+00   3.000000e+00\n  2.000000e+00   6.000000e+00\n");
@@ -102,11 +108,7 @@ TEST_F(MobAnalysis, IdenticalTrajectoriesHaveNoSpreadAndTempInpRescales)
     Analysis a(5, 30);
     a.flag_binfo = true;
     a.set_track_timeunit(1e-12);
-    testing::internal::CaptureStdout();
-    a.load();
-    a.mob_average();
-    a.mob_direction_a_b_c();
-    const std::string out = testing::internal::GetCapturedStdout();
+    const std::string out = a.run(true, true);
     EXPECT_NE(out.find("  temp  = 600\n"), std::string::npos);
     EXPECT_NE(out.find("  temp = 600\n"), std::string::npos);
     double x[30], r2[30], time[30], a0, slope, s;
@@ -128,11 +130,7 @@ TEST_F(MobAnalysis, AxisMobilitiesOfAnOrthogonalCellAddUpToTheAverage)
 {
     write_random_tracks(dir.path(), 40, 25, 1.0);
     Analysis a(40, 25);
-    testing::internal::CaptureStdout();
-    a.load();
-    a.mob_average();
-    a.mob_direction_a_b_c();
-    testing::internal::GetCapturedStdout();
+    a.run(true, true);
     const double sum = captured_mob("mob_a.dat") + captured_mob("mob_b.dat") + captured_mob("mob_c.dat");
     EXPECT_NEAR(sum / 3 / captured_mob("mob.dat"), 1.0, 1e-5);
     // Motion along x only: nothing along b and c.
@@ -140,10 +138,7 @@ TEST_F(MobAnalysis, AxisMobilitiesOfAnOrthogonalCellAddUpToTheAverage)
     write_file("track/track_0002.dat", "#\n0 0 0 0 0\n1 -2 0 0 4\n2 -6 0 0 36\n3 -7 0 0 49\n");
     Analysis x(2, 4);
     x.output_level = 4;
-    testing::internal::CaptureStdout();
-    x.load();
-    x.mob_direction_a_b_c();
-    testing::internal::GetCapturedStdout();
+    x.run(false, true);
     EXPECT_GT(captured_mob("mob_a.dat"), 0.0);
     EXPECT_EQ(read_file("mob_b.dat"), mob_line("mob_b", 0.0, 0.0));
     EXPECT_EQ(read_file("mob_c.dat"), mob_line("mob_c", 0.0, 0.0));
@@ -155,10 +150,8 @@ TEST_F(MobAnalysis, DegenerateDataGiveZeroFits)
     // Two time points: every fit fails with one message each, zeros written.
     write_random_tracks(dir.path(), 3, 2, 1.0);
     Analysis a(3, 2);
-    testing::internal::CaptureStdout();
-    a.load();
     testing::internal::CaptureStderr();
-    a.mob_average();
+    a.run(true, false);
     std::string expected;
     for (int i = 0; i < 101; ++i) expected += "Not enough data [2] (at least n > 2)!\n";
     EXPECT_EQ(testing::internal::GetCapturedStderr(), expected);
@@ -167,10 +160,7 @@ TEST_F(MobAnalysis, DegenerateDataGiveZeroFits)
     // so every fit is degenerate (all times equal) and gives slope 0.
     Analysis none(0, 5);
     none.output_level = 4;
-    none.load();
-    none.mob_average();
-    none.mob_direction_a_b_c();
-    testing::internal::GetCapturedStdout();
+    none.run(true, true);
     EXPECT_NE(read_file("aver_track.dat").find("nan"), std::string::npos);
     EXPECT_EQ(read_file("mob.dat"), mob_line("mob_ave", 0.0, 0.0));
     EXPECT_EQ(read_file("mob_b.dat"), mob_line("mob_b", 0.0, 0.0));
