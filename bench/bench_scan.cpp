@@ -95,7 +95,7 @@ int main(int argc, char** argv)
     const auto literal_directions = [&](benchmark::State& st) {
         double mob, err;
         for (auto _ : st)
-            for (const Vec3& u : subset) scanoracle::literal_treat(m, u, 0, mob, err);
+            for (const Vec3& u : subset) scanoracle::literal_treat(m, u, {}, 0, mob, err);
         st.SetItemsProcessed(st.iterations() * static_cast<int64_t>(subset.size()));
     };
     benchmark::RegisterBenchmark("fast/full_scans", full_scans)

@@ -18,6 +18,7 @@ const char* const kEngineMismatch =
     "Incomptiable settings:\n  The compute_engine = %d, while qc_exe is set to %s\n"
     "  1 - Gaussian, 2 - ORCA, 3 - QCHEM\n";
 const char* const kMoleculeNames = "Keyword molecule announces %d file name(s) but gives %d: '%s'\n";
+const char* const kMoleculeNone = "Keyword molecule names no molecule file: '%s'\n";
 
 // Value kinds of the keyword table. Numbers follow atoi/atof: no message for
 // text that is no number, so "nsimu = abc" gives 0 and "1.0d3" gives 1.0.
@@ -285,9 +286,10 @@ void KeltaInp::set_molecule_files(const std::string& value)
 {
     std::vector<std::string> tokens;
     tokenize(tokens, value.c_str(), " ");
-    const int n = tokens.empty() ? 0 : as_int(tokens[0]);
+    if (tokens.empty()) fatal(kModule, 468, 1, strprintf(kMoleculeNone, value.c_str()));
+    const int n = as_int(tokens[0]);
     const int given = static_cast<int>(tokens.size()) - 1;
-    if (n < 0 || n > given) fatal(kModule, 470, 1, strprintf(kMoleculeNames, n, std::max(given, 0), value.c_str()));
+    if (n < 0 || n > given) fatal(kModule, 470, 1, strprintf(kMoleculeNames, n, given, value.c_str()));
     mol_count = n;
     mol_names.assign(tokens.begin() + 1, tokens.begin() + 1 + n);
     mol_input_mode = 1;

@@ -7,7 +7,7 @@
 #include <new>
 #include <string>
 
-#include "mob_utils.h"
+#include "main_mob.h"
 
 namespace {
 
@@ -19,7 +19,7 @@ void print_KELTA_title()
     const std::string lines[4] = {
         kStars,
         std::string("*   KELTA Transport Calculation Utility, Version ") + kReleaseLabel + "    *",
-        "*   Charge-carrier mobility from kinetic Monte Carlo trajectories *",
+        "*   Carrier mobility from kinetic Monte Carlo trajectories        *",
         kStars,
     };
     for (const std::string& l : lines) std::cout << l << std::endl;
@@ -120,7 +120,7 @@ RunOptions parse_options(int argc, char** argv, const std::string& prog)
     return o;
 }
 
-void run(const RunOptions& o)
+void run(const RunOptions& o, const RandomSeeds& seeds)
 {
     std::printf("*** Perform Mobility Calculation...\n");
     Mobutils mob;
@@ -134,17 +134,17 @@ void run(const RunOptions& o)
     mob.build_neighbor_list(o.binfo);
     mob.init();
     mob.readin_track_data();
-    mob.output_mob_data(o.mob_all);
+    mob.output_mob_data(o.mob_all, seeds);
     std::printf("*** Succsessfully done.\n");
 }
 
 }  // namespace
 
-int main(int argc, char** argv)
+int kelta_mob_main(int argc, char** argv, const RandomSeeds& seeds)
 {
     const std::string prog = program_name(argc > 0 ? argv[0] : nullptr);
     try {
-        run(parse_options(argc, argv, prog));
+        run(parse_options(argc, argv, prog), seeds);
     } catch (const RunExit& e) {
         std::fflush(stdout);
         return e.status();
@@ -159,3 +159,10 @@ int main(int argc, char** argv)
     }
     return 0;
 }
+
+#ifndef KELTA_MOB_NO_MAIN
+int main(int argc, char** argv)
+{
+    return kelta_mob_main(argc, argv);
+}
+#endif

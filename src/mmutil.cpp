@@ -21,6 +21,11 @@ void fatal(const char* module, int line, int status, const std::string& out_text
            const std::string& err_text)
 {
     std::printf("\nERROR  transport : %s : line %i : \n", module, line);
+    fatal_plain(status, out_text, err_text);
+}
+
+void fatal_plain(int status, const std::string& out_text, const std::string& err_text)
+{
     std::fputs(out_text.c_str(), stdout);
     std::fflush(stdout);
     if (!err_text.empty()) {

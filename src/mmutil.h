@@ -34,6 +34,9 @@ private:
 [[noreturn]] void fatal(const char* module, int line, int status, const std::string& out_text,
                         const std::string& err_text = {});
 
+// The same without the header, for the messages that stand alone.
+[[noreturn]] void fatal_plain(int status, const std::string& out_text, const std::string& err_text = {});
+
 // The common failure of every file open: header, then "Failed to open input file "
 // and the name on standard error, status -1 (also used for files being written).
 [[noreturn]] void fatal_open(const char* module, int line, const std::string& name);

@@ -24,6 +24,15 @@ void mean_curve(const Table& data, int nsimu, int ntime, std::vector<double>& me
     for (int t = 0; t < ntime; ++t) mean[t] /= nsimu;
 }
 
+// The clock seeds the bootstrap of a run; a fixed seed restarts the generator.
+void seed_ran2(const RandomSeeds& seeds)
+{
+    if (seeds.ran2)
+        reset_random_state(*seeds.ran2);
+    else
+        init_random_seed();
+}
+
 // The sequential bootstrap of the average and axis analyses: every resample
 // draws nsimu trajectories with replacement from the process-wide generator.
 // Returns half the spread of the resample mobilities, the running minimum and
@@ -129,17 +138,17 @@ void Mobutils::readin_track_data()
     track_loaded = true;
 }
 
-void Mobutils::output_mob_data(int mob_all)
+void Mobutils::output_mob_data(int mob_all, const RandomSeeds& seeds)
 {
-    mob_average();
-    mob_direction_a_b_c();
+    mob_average(seeds);
+    mob_direction_a_b_c(seeds);
     if ((output_level & 2) != 0 || mob_all != 0) {
-        mob_plane_xy_xz_yz();
-        mob_direction_all();
+        mob_plane_xy_xz_yz(seeds);
+        mob_direction_all(seeds);
     }
 }
 
-void Mobutils::mob_average()
+void Mobutils::mob_average(const RandomSeeds& seeds)
 {
     std::cout << "Treating mob_average..." << "\n";
     read_first_number("temp.inp", temp);  // replaces temp for every later analysis
@@ -151,14 +160,14 @@ void Mobutils::mob_average()
     const double f = 1e-16 / (((0.0001724 * temp) * get_track_timeunit()) * static_cast<double>(ndim));
     if (flag_binfo)
         std::cout << "  nsimu = " << nsimu << "\n" << "  nsamp = " << nsamp << "\n" << "  ntime = " << ntime << "\n";
-    init_random_seed();
+    seed_ran2(seeds);
     const double dev = sequential_bootstrap(track_r2, n, ntime, nsamp, track_time, f, 1e20);
     const double mob = f * regression_slope(track_time.data(), mean.data(), ntime);
     write_mob_line("mob.dat", 411, "mob_ave", mob, dev);
     if (flag_binfo) std::cout << "done." << "\n";
 }
 
-void Mobutils::mob_direction_a_b_c()
+void Mobutils::mob_direction_a_b_c(const RandomSeeds& seeds)
 {
     std::cout << "Treating mob_direction..." << "\n";
     read_first_number("temp.inp", temp);  // replaces temp for every later analysis
@@ -184,7 +193,7 @@ void Mobutils::mob_direction_a_b_c()
         mean_curve(projected, n, ntime, mean);
         if (output_level & 4)
             write_aver_track(strprintf("aver_track_%s.dat", axes[axis]).c_str(), 528, track_time, mean, ntime);
-        init_random_seed();
+        seed_ran2(seeds);
         const double dev = sequential_bootstrap(projected, n, ntime, nsamp, track_time, f1, 1e8);
         const double mob = f1 * regression_slope(track_time.data(), mean.data(), ntime);
         write_mob_line(strprintf("mob_%s.dat", axes[axis]).c_str(), 645, strprintf("mob_%s", axes[axis]), mob, dev);

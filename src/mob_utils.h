@@ -2,7 +2,9 @@
 // and their plot scripts.
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,6 +14,15 @@
 // stopping at the first field that is no number (later fields keep their values).
 void parse_track_line(const char* line, double* v);
 
+// Where the bootstrap resamples take their randomness from. A run leaves both
+// empty: the average and axis bootstraps seed ran2 from the clock, and every scan
+// thread seeds its generator from the random device. Tests fix them to get
+// repeatable error columns.
+struct RandomSeeds {
+    std::optional<std::int64_t> ran2;  // ran2 restarts from this seed for every bootstrap
+    std::vector<std::uint32_t> scan;   // scan thread t seeds its generator with scan[t % size]
+};
+
 class Mobutils : public Transport {
 public:
     Mobutils();
@@ -20,13 +31,13 @@ public:
     void set_angle_delta(double delta) { angle_delta = delta; }
     void init();
     void readin_track_data();
-    void output_mob_data(int mob_all);
+    void output_mob_data(int mob_all, const RandomSeeds& seeds = {});
 
     // ------------------------------------------------ analyses
-    void mob_average();
-    void mob_direction_a_b_c();
-    void mob_plane_xy_xz_yz();
-    void mob_direction_all();
+    void mob_average(const RandomSeeds& seeds = {});
+    void mob_direction_a_b_c(const RandomSeeds& seeds = {});
+    void mob_plane_xy_xz_yz(const RandomSeeds& seeds = {});
+    void mob_direction_all(const RandomSeeds& seeds = {});
     // Mobility and bootstrap error along the unit vector dir; the plane version also
     // writes the line for angle. Both need prepare_scan_work() first.
     void mob_treat_plane_1pt(std::FILE* out, double angle, const Vec3& dir, double& mob,
@@ -56,11 +67,8 @@ private:
 public:
     // The scans set up and free this state themselves; tests call these around
     // mob_treat_1pt.
-    void prepare_scan_work();
+    void prepare_scan_work(const RandomSeeds& seeds = {});
     void release_scan_work();
-    // Bootstrap seeds. Empty in a run: every bootstrap thread seeds its generator
-    // from the random device. Otherwise thread t uses scan_seeds[t % size].
-    std::vector<std::uint32_t> scan_seeds;
     // The uniform deviate in [0, 1) the bootstrap forms from two successive 32-bit
     // generator outputs, 53 bits, as the standard canonical construction does.
     static double canonical53(std::uint32_t first, std::uint32_t second);
@@ -94,6 +102,7 @@ private:
     using Form = std::array<double, 6>;  // symmetric 3x3: xx, yy, zz, xy, xz, yz
     struct ScanWork {
         double factor = 0;  // slope (Angstrom^2 per time unit) to cm^2/Vs
+        std::vector<std::uint32_t> seeds;  // fixed thread seeds, or empty
         ResampleFit fit = ResampleFit::too_few_points;
         // Per time point, the mean over trajectories of x_a * x_b: the mean
         // projected square along u is u^T M u.

@@ -151,7 +151,7 @@ void block_of(int total, int thread, int nthreads, int& first, int& count)
 // Releases the scan's working storage however the scan ends.
 class ScanWorkScope {
 public:
-    explicit ScanWorkScope(Mobutils& m) : m_(m) { m_.prepare_scan_work(); }
+    ScanWorkScope(Mobutils& m, const RandomSeeds& seeds) : m_(m) { m_.prepare_scan_work(seeds); }
     ~ScanWorkScope() { m_.release_scan_work(); }
     ScanWorkScope(const ScanWorkScope&) = delete;
     ScanWorkScope& operator=(const ScanWorkScope&) = delete;
@@ -209,11 +209,12 @@ void Mobutils::Mt19937Block::refill()
 
 // ---------------------------------------------------------------- working state
 
-void Mobutils::prepare_scan_work()
+void Mobutils::prepare_scan_work(const RandomSeeds& seeds)
 {
     const int n = std::max(nsimu, 0), nt = std::max(ntime, 0);
     ScanWork& w = scan_work;
     w.factor = 1e-16 / ((0.0001724 * temp) * get_track_timeunit());
+    w.seeds = seeds.scan;
     if (ntime < 3) {
         w.fit = ResampleFit::too_few_points;
     } else {
@@ -296,7 +297,7 @@ void Mobutils::draw_resamples(int thread, int nthreads)
     const int n = static_cast<int>(w.dir_slope.size());
     const double nd = static_cast<double>(n);
     const double* const slope = w.dir_slope.data();
-    Mt19937Block gen(thread_seed(scan_seeds, thread));
+    Mt19937Block gen(thread_seed(w.seeds, thread));
     int first = 0, count = 0;
     block_of(static_cast<int>(w.resample_mob.size()), thread, nthreads, first, count);
     std::array<int, kPairsPerBlock> idx;
@@ -351,11 +352,11 @@ void Mobutils::mob_treat_plane_1pt(std::FILE* out, double angle, const Vec3& dir
 
 // ---------------------------------------------------------------- the scans
 
-void Mobutils::mob_plane_xy_xz_yz()
+void Mobutils::mob_plane_xy_xz_yz(const RandomSeeds& seeds)
 {
     begin_scan(kPlaneTitle, angle_delta, flag_binfo, kLinePlaneTooSmall, kPlaneTooSmall);
 
-    const ScanWorkScope scope(*this);
+    const ScanWorkScope scope(*this, seeds);
     const double step = angle_delta;
     const int last = last_angle_index(360.0, step);
     for (const Plane& plane : kPlanes) {
@@ -405,11 +406,11 @@ double Mobutils::write_sphere_row(std::FILE* out, int i, int last_phai, int last
     return max;
 }
 
-void Mobutils::mob_direction_all()
+void Mobutils::mob_direction_all(const RandomSeeds& seeds)
 {
     begin_scan(kSphereTitle, angle_delta, flag_binfo, kLineSphereTooSmall, kSphereTooSmall);
 
-    const ScanWorkScope scope(*this);
+    const ScanWorkScope scope(*this, seeds);
     const double step = angle_delta;
     const std::string data = std::string(kSphereData) + ".dat";
     double max = 0.0;

@@ -7,7 +7,7 @@
 
 namespace {
 const char* const kModule = "transport";
-}
+}  // namespace
 
 Transport::Transport()
 {
@@ -36,7 +36,8 @@ void Transport::read_charge_inp()
 {
     const char* const name = "charge.inp";
     const File f = open_file(name, "rt");
-    if (!f) fatal_open(kModule, 95, name);
+    // The hopping code's own message for this file: no error header.
+    if (!f) fatal_plain(-1, "", strprintf("Failed to open input file %s\n", name));
     std::printf("Reading input file %s...\n", name);
     // An empty file leaves the buffer holding the file name, so the letter is 'c'.
     char line[128];

@@ -12,7 +12,7 @@ const std::string kStars(67, '*');
 std::string help_text(const std::string& prog)
 {
     return kStars + "\n" + "*   KELTA Transport Calculation Utility, Version 2026.11 (r1)     *\n" +
-           "*   Charge-carrier mobility from kinetic Monte Carlo trajectories *\n" + kStars + "\n" +
+           "*   Carrier mobility from kinetic Monte Carlo trajectories        *\n" + kStars + "\n" +
            "Calculate mobility properties with data in track directory\n\n"
            "Usage: " + prog + " [opts]\n"
            "      -config kelta.inp   : set config file, default to 'kelta.inp'\n"

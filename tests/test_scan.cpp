@@ -62,16 +62,17 @@ TEST(ScanBootstrap, FastProcedureMatchesLiteral)
             for (int j = 1; j < m.nsimu && c.what == "identical"; ++j)
                 for (Table* tab : {&m.track_x, &m.track_y, &m.track_z})
                     std::copy_n((*tab)[0], m.ntime, (*tab)[j]);
-            m.scan_seeds = {17, 4711, 90210};
+            RandomSeeds seeds;
+            seeds.scan = {17, 4711, 90210};
             omp_set_num_threads(threads);
-            m.prepare_scan_work();
+            m.prepare_scan_work(seeds);
             for (const Vec3& u : dirs) {
                 double fast[2], lit[2];
                 testing::internal::CaptureStderr();
                 m.mob_treat_1pt(u, fast[0], fast[1]);
                 const std::string messages = testing::internal::GetCapturedStderr();
                 testing::internal::CaptureStderr();
-                scanoracle::literal_treat(m, u, threads, lit[0], lit[1]);
+                scanoracle::literal_treat(m, u, seeds.scan, threads, lit[0], lit[1]);
                 EXPECT_EQ(messages, testing::internal::GetCapturedStderr());
                 for (const int k : {0, 1})  // mobility to 1e-12, error to 1e-10
                     EXPECT_TRUE(std::isnan(lit[k]) ? std::isnan(fast[k])
@@ -150,7 +151,7 @@ TEST(ScanFiles, StepFromDeltaFile)
     testing::internal::CaptureStdout();
     for (auto scan : {&Mobutils::mob_plane_xy_xz_yz, &Mobutils::mob_direction_all}) {
         try {
-            (m.*scan)();
+            (m.*scan)(RandomSeeds{});
             ADD_FAILURE() << "the scan ran to the end";
         } catch (const RunExit& e) {
             EXPECT_EQ(e.status(), 0);

@@ -60,18 +60,19 @@ inline double literal_mob(const Mobutils& m, const Vec3& u, Table* projsq_out = 
 
 // Mobility and error along u. With nthreads > 0 the bootstrap threads are played
 // one after the other; with 0 they run in a parallel region of the default size.
-inline void literal_treat(const Mobutils& m, const Vec3& u, int nthreads, double& mob, double& err)
+inline void literal_treat(const Mobutils& m, const Vec3& u, const std::vector<std::uint32_t>& seeds,
+                          int nthreads, double& mob, double& err)
 {
     Table projsq;
     mob = literal_mob(m, u, &projsq);
     const int n = m.nsimu, nt = m.ntime, ns = m.nsamp;
     Table resample(ns, nt);
     std::vector<double> resample_mob(static_cast<size_t>(ns));
-    // The resamples of bootstrap thread th of nth, seeded from scan_seeds[th % size],
+    // The resamples of bootstrap thread th of nth, seeded from seeds[th % size],
     // or from the random device when there are no seeds.
     const auto block = [&](int th, int nth) {
-        const size_t nseeds = m.scan_seeds.size();
-        std::mt19937 gen(nseeds ? m.scan_seeds[static_cast<size_t>(th) % nseeds]
+        const size_t nseeds = seeds.size();
+        std::mt19937 gen(nseeds ? seeds[static_cast<size_t>(th) % nseeds]
                                 : std::random_device("default")());
         const int q = ns / nth, r = ns % nth, first = th * q + std::min(th, r);
         for (int k = first; k < first + q + (th < r); ++k) {

@@ -1,0 +1,142 @@
+// Whole runs on the working directories kept under tests/data/cases. A case holds
+//   args     the command-line arguments, one per line (optional)
+//   base     another case whose in/ is laid down first (optional)
+//   remove   paths deleted after the inputs are laid down (optional)
+//   env      NAME=VALUE lines set for the run; KELTA_* variables are cleared otherwise
+//   in/      the input files
+//   out/     stdout, stderr and status of the run (an absent file: empty, or 0) and,
+//            under files/, every file the run writes; it may write nothing else
+// Runs are in-process on two threads with fixed seeds, so even the bootstrap error
+// columns are exact. UPDATE_CASES=1 rewrites every out/ from what the runs did.
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <cstdlib>
+#include <set>
+
+#include "main_mob.h"
+#include "test_support.h"
+
+using namespace testsupport;
+namespace fs = std::filesystem;
+
+namespace {
+
+const fs::path kCases = fs::path(KELTA_TEST_DATA) / "cases";
+
+std::vector<std::string> case_names()
+{
+    std::vector<std::string> names;
+    if (fs::is_directory(kCases))
+        for (const fs::directory_entry& e : fs::directory_iterator(kCases)) names.push_back(e.path().filename());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::vector<std::string> lines_of(const fs::path& file)
+{
+    return fs::exists(file) ? read_lines(file) : std::vector<std::string>{};
+}
+
+// Relative paths of every regular file under dir.
+std::set<fs::path> files_under(const fs::path& dir)
+{
+    std::set<fs::path> files;
+    if (fs::is_directory(dir))
+        for (const fs::directory_entry& e : fs::recursive_directory_iterator(dir))
+            if (e.is_regular_file()) files.insert(fs::relative(e.path(), dir));
+    return files;
+}
+
+void lay_inputs(const fs::path& c, const fs::path& dir)
+{
+    for (const std::string& b : lines_of(c / "base")) lay_inputs(kCases / b, dir);
+    if (fs::is_directory(c / "in"))
+        fs::copy(c / "in", dir, fs::copy_options::recursive | fs::copy_options::overwrite_existing);
+    for (const std::string& r : lines_of(c / "remove")) fs::remove_all(dir / r);
+}
+
+// The process environment for one run: KELTA_* cleared, the case's own set.
+class CaseEnvironment {
+public:
+    explicit CaseEnvironment(const fs::path& env_file)
+    {
+        for (char** e = environ; *e; ++e)
+            if (std::string(*e).rfind("KELTA_", 0) == 0) saved_.push_back(*e);
+        for (const std::string& v : saved_) unsetenv(v.substr(0, v.find('=')).c_str());
+        for (const std::string& line : lines_of(env_file)) {
+            const size_t eq = line.find('=');
+            setenv(line.substr(0, eq).c_str(), line.substr(eq + 1).c_str(), 1);
+            set_.push_back(line.substr(0, eq));
+        }
+    }
+    ~CaseEnvironment()
+    {
+        for (const std::string& n : set_) unsetenv(n.c_str());
+        for (const std::string& v : saved_)
+            setenv(v.substr(0, v.find('=')).c_str(), v.substr(v.find('=') + 1).c_str(), 1);
+    }
+
+private:
+    std::vector<std::string> saved_, set_;
+};
+
+void expect_or_update(bool update, const fs::path& expected, const std::string& actual,
+                      const std::string& empty = "")
+{
+    if (update) {
+        if (actual == empty)
+            fs::remove(expected);
+        else
+            write_file(expected, actual);
+        return;
+    }
+    EXPECT_EQ(actual, fs::exists(expected) ? read_file(expected) : empty) << expected;
+}
+
+class Cases : public testing::TestWithParam<std::string> {};
+
+}  // namespace
+
+TEST_P(Cases, RunAsRecorded)
+{
+    const fs::path c = kCases / GetParam();
+    const bool update = std::getenv("UPDATE_CASES") != nullptr;
+    const ScratchDir dir;
+    lay_inputs(c, dir.path());
+    const std::set<fs::path> inputs = files_under(dir.path());
+
+    std::vector<std::string> args = {"kelta_mob"};
+    for (const std::string& a : lines_of(c / "args")) args.push_back(a);
+    std::vector<char*> argv;
+    for (std::string& a : args) argv.push_back(a.data());
+    RandomSeeds seeds;
+    seeds.ran2 = 12345;
+    seeds.scan = {1, 2};
+    const int threads = omp_get_max_threads();
+    omp_set_num_threads(2);
+    int status;
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    {
+        const CaseEnvironment env(c / "env");
+        status = kelta_mob_main(static_cast<int>(argv.size()), argv.data(), seeds);
+    }
+    const std::string out = testing::internal::GetCapturedStdout();
+    const std::string err = testing::internal::GetCapturedStderr();
+    omp_set_num_threads(threads);
+
+    expect_or_update(update, c / "out/stdout", out);
+    expect_or_update(update, c / "out/stderr", err);
+    expect_or_update(update, c / "out/status", std::to_string(status) + "\n", "0\n");
+    std::set<fs::path> written;
+    for (const fs::path& f : files_under(dir.path()))
+        if (!inputs.count(f) || fs::exists(c / "out/files" / f)) written.insert(f);
+    if (update) fs::remove_all(c / "out/files");
+    for (const fs::path& f : written) expect_or_update(update, c / "out/files" / f, read_file(dir.path() / f));
+    for (const fs::path& f : files_under(c / "out/files"))
+        EXPECT_TRUE(written.count(f)) << "the run did not write " << f;
+}
+
+INSTANTIATE_TEST_SUITE_P(Workdirs, Cases, testing::ValuesIn(case_names()),
+                         [](const testing::TestParamInfo<std::string>& p) { return p.param; });
