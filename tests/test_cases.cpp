@@ -2,7 +2,7 @@
 //   args     the command-line arguments, one per line (optional)
 //   base     another case whose in/ is laid down first (optional)
 //   remove   paths deleted after the inputs are laid down (optional)
-//   env      NAME=VALUE lines set for the run; KELTA_* variables are cleared otherwise
+//   env      NAME=VALUE lines set for the run (no KELTA_* variable is set otherwise)
 //   in/      the input files
 //   out/     stdout, stderr and status of the run (an absent file: empty, or 0) and,
 //            under files/, every file the run writes; it may write nothing else
@@ -56,43 +56,26 @@ void lay_inputs(const fs::path& c, const fs::path& dir)
     for (const std::string& r : lines_of(c / "remove")) fs::remove_all(dir / r);
 }
 
-// The process environment for one run: KELTA_* cleared, the case's own set.
+// The case's own environment variables, set for one run (test_support.h has
+// cleared every KELTA_* variable of the caller).
 class CaseEnvironment {
 public:
     explicit CaseEnvironment(const fs::path& env_file)
     {
-        for (char** e = environ; *e; ++e)
-            if (std::string(*e).rfind("KELTA_", 0) == 0) saved_.push_back(*e);
-        for (const std::string& v : saved_) unsetenv(v.substr(0, v.find('=')).c_str());
         for (const std::string& line : lines_of(env_file)) {
             const size_t eq = line.find('=');
-            setenv(line.substr(0, eq).c_str(), line.substr(eq + 1).c_str(), 1);
-            set_.push_back(line.substr(0, eq));
+            names_.push_back(line.substr(0, eq));
+            setenv(names_.back().c_str(), line.substr(eq + 1).c_str(), 1);
         }
     }
     ~CaseEnvironment()
     {
-        for (const std::string& n : set_) unsetenv(n.c_str());
-        for (const std::string& v : saved_)
-            setenv(v.substr(0, v.find('=')).c_str(), v.substr(v.find('=') + 1).c_str(), 1);
+        for (const std::string& n : names_) unsetenv(n.c_str());
     }
 
 private:
-    std::vector<std::string> saved_, set_;
+    std::vector<std::string> names_;
 };
-
-void expect_or_update(bool update, const fs::path& expected, const std::string& actual,
-                      const std::string& empty = "")
-{
-    if (update) {
-        if (actual == empty)
-            fs::remove(expected);
-        else
-            write_file(expected, actual);
-        return;
-    }
-    EXPECT_EQ(actual, fs::exists(expected) ? read_file(expected) : empty) << expected;
-}
 
 class Cases : public testing::TestWithParam<std::string> {};
 
@@ -126,14 +109,14 @@ TEST_P(Cases, RunAsRecorded)
     const std::string err = testing::internal::GetCapturedStderr();
     omp_set_num_threads(threads);
 
-    expect_or_update(update, c / "out/stdout", out);
-    expect_or_update(update, c / "out/stderr", err);
-    expect_or_update(update, c / "out/status", std::to_string(status) + "\n", "0\n");
+    expect_recorded(c / "out/stdout", out);
+    expect_recorded(c / "out/stderr", err);
+    expect_recorded(c / "out/status", std::to_string(status) + "\n", "0\n");
     std::set<fs::path> written;
     for (const fs::path& f : files_under(dir.path()))
         if (!inputs.count(f) || fs::exists(c / "out/files" / f)) written.insert(f);
     if (update) fs::remove_all(c / "out/files");
-    for (const fs::path& f : written) expect_or_update(update, c / "out/files" / f, read_file(dir.path() / f));
+    for (const fs::path& f : written) expect_recorded(c / "out/files" / f, read_file(dir.path() / f));
     for (const fs::path& f : files_under(c / "out/files"))
         EXPECT_TRUE(written.count(f)) << "the run did not write " << f;
 }

@@ -2,6 +2,7 @@
 // the built tool, and a generator of track files.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,6 +17,19 @@
 #include <vector>
 
 namespace testsupport {
+
+// The KELTA_* variables preset the configuration; no test may depend on the
+// caller's, so they are cleared once before any test runs (tests that want one
+// set it themselves).
+inline bool clear_kelta_environment()
+{
+    std::vector<std::string> names;
+    for (char** e = environ; *e; ++e)
+        if (std::string(*e).rfind("KELTA_", 0) == 0) names.push_back(std::string(*e).substr(0, std::string(*e).find('=')));
+    for (const std::string& n : names) unsetenv(n.c_str());
+    return true;
+}
+inline const bool kKeltaEnvironmentCleared = clear_kelta_environment();
 
 // Creates a fresh directory, makes it the working directory, and on
 // destruction goes back and removes it.
@@ -52,6 +66,22 @@ inline std::string read_file(const std::filesystem::path& name)
     std::stringstream ss;
     ss << in.rdbuf();
     return ss.str();
+}
+
+// Compares `actual` with the recorded file (an absent file records `empty`). With
+// UPDATE_CASES set in the environment the file is written from `actual` instead:
+// inspect the difference before committing it.
+inline void expect_recorded(const std::filesystem::path& file, const std::string& actual,
+                            const std::string& empty = "")
+{
+    if (std::getenv("UPDATE_CASES")) {
+        if (actual == empty)
+            std::filesystem::remove(file);
+        else
+            write_file(file, actual);
+        return;
+    }
+    EXPECT_EQ(actual, std::filesystem::exists(file) ? read_file(file) : empty) << file;
 }
 
 inline std::vector<std::string> read_lines(const std::filesystem::path& name)
