@@ -7,13 +7,13 @@
 #include <cmath>
 #include <cstdlib>
 #include <ctime>
+#include <algorithm>
 #include <utility>
 
 // ---------------------------------------------------------------- ending a run
 
 void end_run(int status)
 {
-    std::fflush(stdout);
     throw RunExit(status);
 }
 
@@ -44,14 +44,12 @@ std::string strprintf(const char* fmt, ...)
 {
     va_list ap;
     va_start(ap, fmt);
-    va_list ap2;
-    va_copy(ap2, ap);
-    const int n = std::vsnprintf(nullptr, 0, fmt, ap);
+    va_list again;
+    va_copy(again, ap);
+    std::string s(static_cast<size_t>(std::vsnprintf(nullptr, 0, fmt, ap)), '\0');
     va_end(ap);
-    std::string s(static_cast<size_t>(n > 0 ? n : 0) + 1, '\0');
-    std::vsnprintf(s.data(), s.size(), fmt, ap2);
-    va_end(ap2);
-    s.resize(static_cast<size_t>(n > 0 ? n : 0));
+    std::vsnprintf(s.data(), s.size() + 1, fmt, again);  // the terminator goes to s[size()]
+    va_end(again);
     return s;
 }
 
@@ -96,12 +94,8 @@ bool is_one_of(char c, const char* set)
 
 std::string& strip(std::string& s, const char* left, const char* right)
 {
-    size_t b = 0;
-    while (b < s.size() && is_one_of(s[b], left)) ++b;
-    s.erase(0, b);
-    size_t e = s.size();
-    while (e > 0 && is_one_of(s[e - 1], right)) --e;
-    s.erase(e);
+    s.erase(0, std::min(s.find_first_not_of(left), s.size()));
+    s.erase(s.find_last_not_of(right) + 1);  // npos + 1 is 0: nothing is left
     return s;
 }
 

@@ -9,8 +9,9 @@
 
 TEST(MmutilText, TrimFamiliesAndComparisons)
 {
-    std::string s = "\t a b \r\n", v = "\va\f", q = "  'a b' ", t = "\"x\ty\"\n";
+    std::string s = "\t a b \r\n", v = "\va\f", q = "  'a b' ", t = "\"x\ty\"\n", w = " \t\r\n";
     EXPECT_EQ(trim(s), "a b");
+    EXPECT_EQ(trim(w), "");
     EXPECT_EQ(trim(v), "\va\f");  // vertical tab and form feed stay
     EXPECT_EQ(sg_trim(q), "ab");
     EXPECT_EQ(sg_trim(t), "x\ty");  // inner tabs stay
@@ -32,6 +33,7 @@ TEST(MmutilText, TrimFamiliesAndComparisons)
     EXPECT_EQ(remove_filename_extension("plain"), "plain");
     EXPECT_TRUE(iequals("", "") && iequals("&Transport", "&TRANSPORT"));
     EXPECT_EQ(my_strcasestr("x", "y", 0), 1);
+    EXPECT_EQ(strprintf("%s-%03d", "ab", 7), "ab-007");
     c_trim(nullptr);
     EXPECT_FALSE(file_exists(nullptr) || file_exists("/nonexistent/file"));
 }
@@ -73,6 +75,12 @@ TEST(MmutilRandom, Ran2StaysInsideTheOpenIntervalAndRepeats)
             }
         }
     }
+    // Draws that reach the top: clamped to 1 - 1.2e-7, and one just below that.
+    for (const auto& [seed, draw, value] : {std::tuple{14, 775053, 0.99999988}, {7, 832082, 0.9999998756684314}}) {
+        reset_random_state(seed);
+        for (int i = 1; i < draw; ++i) randUniform();
+        EXPECT_EQ(randUniform(), value) << "seed " << seed;
+    }
     reset_random_state(12345);
     std::vector<double> first;
     for (int i = 0; i < 20000; ++i) {
@@ -106,7 +114,7 @@ TEST(MmutilSort, QuickSortOrdersTheIndexNotTheKeys)
 
 TEST(MmutilMatrix, InverseProductAndLength)
 {
-    const Mat3 m{{{2, 1, 0}, {-1, 3, 2}, {0.5, 0, 4}}};
+    const Mat3 m{{{2, 1, -1}, {-1, 3, 2}, {0.5, -2, 4}}};
     Mat3 inv{};
     invert(m, inv);
     for (int i = 0; i < 3; ++i)
@@ -117,8 +125,8 @@ TEST(MmutilMatrix, InverseProductAndLength)
     double v[3] = {1, -2, 3}, out[3];
     mat_vec_mul(m, v, out);
     mat_vec_mul(m, v, v);  // in place: the input is read whole first
-    EXPECT_EQ(std::vector<double>(out, out + 3), (std::vector<double>{0, -1, 12.5}));
-    EXPECT_EQ(std::vector<double>(v, v + 3), (std::vector<double>{0, -1, 12.5}));
+    EXPECT_EQ(std::vector<double>(out, out + 3), (std::vector<double>{-3, -1, 16.5}));
+    EXPECT_EQ(std::vector<double>(v, v + 3), (std::vector<double>{-3, -1, 16.5}));
     const double w[3] = {2, 3, 6};
     EXPECT_EQ(get_magnitude(w), 7.0);
 }
