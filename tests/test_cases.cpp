@@ -4,14 +4,15 @@
 //   remove   paths deleted after the inputs are laid down (optional)
 //   env      NAME=VALUE lines set for the run (no KELTA_* variable is set otherwise)
 //   in/      the input files
-//   out/     stdout, stderr and status of the run (an absent file: empty, or 0) and,
-//            under files/, every file the run writes; it may write nothing else
+//   out/     stdout, stderr and status of the run (an absent file: empty, or 0), and
+//            files: every file the run writes, each after a "==> name <==" line
 // Runs are in-process on two threads with fixed seeds, so even the bootstrap error
 // columns are exact. UPDATE_CASES=1 rewrites every out/ from what the runs did.
 #include <gtest/gtest.h>
 #include <omp.h>
 
 #include <cstdlib>
+#include <map>
 #include <set>
 
 #include "main_mob.h"
@@ -84,10 +85,10 @@ class Cases : public testing::TestWithParam<std::string> {};
 TEST_P(Cases, RunAsRecorded)
 {
     const fs::path c = kCases / GetParam();
-    const bool update = std::getenv("UPDATE_CASES") != nullptr;
     const ScratchDir dir;
     lay_inputs(c, dir.path());
-    const std::set<fs::path> inputs = files_under(dir.path());
+    std::map<fs::path, std::string> inputs;
+    for (const fs::path& f : files_under(dir.path())) inputs[f] = read_file(dir.path() / f);
 
     std::vector<std::string> args = {"kelta_mob"};
     for (const std::string& a : lines_of(c / "args")) args.push_back(a);
@@ -112,13 +113,13 @@ TEST_P(Cases, RunAsRecorded)
     expect_recorded(c / "out/stdout", out);
     expect_recorded(c / "out/stderr", err);
     expect_recorded(c / "out/status", std::to_string(status) + "\n", "0\n");
-    std::set<fs::path> written;
-    for (const fs::path& f : files_under(dir.path()))
-        if (!inputs.count(f) || fs::exists(c / "out/files" / f)) written.insert(f);
-    if (update) fs::remove_all(c / "out/files");
-    for (const fs::path& f : written) expect_recorded(c / "out/files" / f, read_file(dir.path() / f));
-    for (const fs::path& f : files_under(c / "out/files"))
-        EXPECT_TRUE(written.count(f)) << "the run did not write " << f;
+    // Every file the run wrote or changed, one after the other under its name.
+    std::string written;
+    for (const fs::path& f : files_under(dir.path())) {
+        const std::string text = read_file(dir.path() / f);
+        if (!inputs.count(f) || inputs[f] != text) written += "==> " + f.string() + " <==\n" + text;
+    }
+    expect_recorded(c / "out/files", written);
 }
 
 INSTANTIATE_TEST_SUITE_P(Workdirs, Cases, testing::ValuesIn(case_names()),
