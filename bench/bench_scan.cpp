@@ -86,16 +86,15 @@ int main(int argc, char** argv)
         }
     };
     const auto fast_directions = [&](benchmark::State& st) {
-        m.prepare_scan_work();
-        double mob, err;
-        for (auto _ : st)
-            for (const Vec3& u : subset) m.mob_treat_1pt(u, mob, err);
+        const mob_engine::ScanEngine engine = scanoracle::engine(m, {});
+        std::vector<double> mob, err;
+        for (auto _ : st) engine.treat(subset, mob, err);
         st.SetItemsProcessed(st.iterations() * static_cast<int64_t>(subset.size()));
     };
     const auto literal_directions = [&](benchmark::State& st) {
         double mob, err;
         for (auto _ : st)
-            for (const Vec3& u : subset) scanoracle::literal_treat(m, u, {}, 0, mob, err);
+            for (const Vec3& u : subset) scanoracle::literal_treat(m, u, {1, 2}, 2, 0, mob, err);
         st.SetItemsProcessed(st.iterations() * static_cast<int64_t>(subset.size()));
     };
     benchmark::RegisterBenchmark("fast/full_scans", full_scans)

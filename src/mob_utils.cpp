@@ -1,28 +1,162 @@
 #include "mob_utils.h"
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
 #include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <limits>
+
+#include "mob_utils_engine.h"
 
 namespace {
 
 const char* const kModule = "mob_utils";
+constexpr int kLineBadTimeGrid = 95;
+constexpr int kLineNegativeNsimu = 97;
+constexpr int kLineTablesTooLarge = 150;
+constexpr int kLineTrackOpen = 175;
+constexpr int kLineAverTrack = 275;
+constexpr int kLineMob = 411;
+constexpr int kLineAverTrackAxis = 528;
+constexpr int kLineMobAxis = 645;
+
 const char* const kBadTimeGrid =
     "tsimu = %g and tsnap = %g give no usable number of time points (round(tsimu / tsnap) must be "
     "a whole number from 0 to %d)\n";
+const char* const kNegativeNsimu = "nsimu = %d: the number of track files cannot be negative\n";
+const char* const kTablesTooLarge =
+    "nsimu = %d trajectories of ntime = %d time points need %.3g GB of track tables, more than the "
+    "%.3g GB of memory of this machine\n";
+const char* const kNonFinite =
+    "WARNING: %s line %d holds a value that is not a finite number; the mobilities computed from it are "
+    "not numbers\n";
+const char* const kNoData =
+    "WARNING: %d track file(s) hold no data lines, the first %s; their carriers are taken as not moving\n";
 
-// Curve of every trajectory averaged over trajectories, summed in trajectory order.
-void mean_curve(const Table& data, int nsimu, int ntime, std::vector<double>& mean)
+constexpr size_t kTrackLineBuffer = 256;  // the hopping code's line buffer
+
+std::string track_name(int j)
 {
-    std::fill(mean.begin(), mean.begin() + ntime, 0.0);
-    for (int j = 0; j < nsimu; ++j) {
-        const double* row = data[j];
-        for (int t = 0; t < ntime; ++t) mean[t] += row[t];
-    }
-    for (int t = 0; t < ntime; ++t) mean[t] /= nsimu;
+    return strprintf("track/track_%04d.dat", j + 1);
 }
+
+// ---------------------------------------------------------------- track lines
+
+// The white space that the %lf conversion skips.
+bool is_blank(char c)
+{
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+bool is_digit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                             1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
+// One number in the plain form the hopping code writes ("%14.6e": an optional
+// '-', digits with an optional point, an optional exponent with digits), ending
+// at white space or at the end of the line. Returns its end, or nullptr for
+// anything else: a leading '+', "nan", "inf", hexadecimal digits, an exponent
+// without digits, a number glued to other text. Those go to sscanf, which
+// treats some of them differently from the number parsers.
+const char* plain_number(const char* p, double& v)
+{
+    const char* const begin = p;
+    const bool negative = *p == '-';
+    if (negative) ++p;
+    std::uint64_t mantissa = 0;
+    int exponent = 0, significant = 0;
+    bool digits = false, exact = true;
+    const auto digit = [&](char c, bool fraction) {
+        digits = true;
+        if (significant == 19) {
+            exact = false;  // more digits than the mantissa holds: from_chars rounds them
+            return;
+        }
+        mantissa = mantissa * 10 + static_cast<unsigned>(c - '0');
+        if (mantissa != 0) ++significant;
+        if (fraction) --exponent;
+    };
+    while (is_digit(*p)) digit(*p++, false);
+    if (*p == '.')
+        for (++p; is_digit(*p);) digit(*p++, true);
+    if (!digits) return nullptr;
+    if (*p == 'e' || *p == 'E') {
+        const char* q = p + 1;
+        const bool minus = *q == '-';
+        if (*q == '+' || *q == '-') ++q;
+        if (!is_digit(*q)) return nullptr;
+        int e = 0;
+        for (; is_digit(*q); ++q) e = std::min(e * 10 + (*q - '0'), 100000);
+        exponent += minus ? -e : e;
+        p = q;
+    }
+    if (*p != '\0' && !is_blank(*p)) return nullptr;
+    // Mantissa and power of ten both exact: one correctly rounded operation.
+    if (exact && mantissa < (1ull << 53) && exponent >= -22 && exponent <= 22) {
+        const double m = static_cast<double>(mantissa);
+        const double x = exponent < 0 ? m / kPow10[-exponent] : m * kPow10[exponent];
+        v = negative ? -x : x;
+        return p;
+    }
+    const std::from_chars_result r = std::from_chars(begin, p, v);
+    return r.ec == std::errc() && r.ptr == p ? p : nullptr;
+}
+
+// The lines of a file as fgets with the hopping code's 256-byte buffer reads
+// them: a line longer than 255 characters continues as the next line. Reads
+// the file in blocks, and no further than the lines asked for.
+class TrackLines {
+public:
+    TrackLines(std::FILE* f, std::vector<char>& block) : f_(f), block_(block) {}
+    // The next line, NUL-terminated (a NUL inside it ends it early, as for sscanf).
+    const char* next()
+    {
+        if (end_ - pos_ < kTrackLineBuffer - 1) refill();
+        if (pos_ == end_) return nullptr;
+        const char* p = block_.data() + pos_;
+        const size_t room = std::min(kTrackLineBuffer - 1, end_ - pos_);
+        const char* nl = static_cast<const char*>(std::memchr(p, '\n', room));
+        const size_t n = nl ? static_cast<size_t>(nl - p) + 1 : room;
+        std::memcpy(line_, p, n);
+        line_[n] = '\0';
+        pos_ += n;
+        ++number_;
+        return line_;
+    }
+    int number() const { return number_; }  // 1-based number of the last line read
+
+private:
+    // Moves what is left to the front and reads until a whole line fits or the file ends.
+    void refill()
+    {
+        std::memmove(block_.data(), block_.data() + pos_, end_ - pos_);
+        end_ -= pos_;
+        pos_ = 0;
+        while (end_ < kTrackLineBuffer - 1 && !eof_) {
+            const size_t got = std::fread(block_.data() + end_, 1, block_.size() - end_, f_);
+            eof_ = got == 0;
+            end_ += got;
+        }
+    }
+
+    std::FILE* f_;
+    std::vector<char>& block_;
+    size_t pos_ = 0, end_ = 0;
+    bool eof_ = false;
+    char line_[kTrackLineBuffer];
+    int number_ = 0;
+};
+
+// ---------------------------------------------------------------- bootstrap
 
 // The clock seeds the bootstrap of a run; a fixed seed restarts the generator.
 void seed_ran2(const RandomSeeds& seeds)
@@ -34,41 +168,36 @@ void seed_ran2(const RandomSeeds& seeds)
 }
 
 // The sequential bootstrap of the average and axis analyses: every resample
-// draws nsimu trajectories with replacement from the process-wide generator.
-// Returns half the spread of the resample mobilities, the running minimum and
-// maximum starting from the given sentinel.
-double sequential_bootstrap(const Table& data, int nsimu, int ntime, int nsamp,
-                            const std::vector<double>& time, double factor, double sentinel)
+// draws nsimu trajectories with replacement from the process-wide generator,
+// and its mobility is the factor times the mean of the drawn trajectories'
+// slopes. Returns half the spread of the resample mobilities, the running
+// minimum starting from the sentinel.
+double sequential_bootstrap(const std::vector<double>& slopes, const mob_engine::SlopeWeights& weights,
+                            const std::vector<double>& time, int ntime, int nsamp, double factor,
+                            double sentinel)
 {
-    Table resample(nsamp, ntime + 1);
+    const int n = static_cast<int>(slopes.size());
     std::vector<double> mobs(static_cast<size_t>(nsamp));
-    for (int s = 0; s < nsamp; ++s) {
-        double* row = resample[s];
-        for (int n = 0; n < nsimu; ++n) {
-            const int k = static_cast<int>(static_cast<double>(nsimu) * randUniform());
-            const double* src = data[k];
-            for (int t = 0; t < ntime; ++t) row[t] += src[t];
-        }
-        for (int t = 0; t < ntime; ++t) row[t] /= nsimu;
-        mobs[s] = factor * regression_slope(time.data(), row, ntime);
+    for (double& m : mobs) {
+        double sum = 0.0;
+        for (int draw = 0; draw < n; ++draw) sum += slopes[static_cast<size_t>(static_cast<double>(n) * randUniform())];
+        if (weights.fit() == mob_engine::Fit::slope)
+            m = std::isfinite(sum) ? factor * (sum / n) : std::numeric_limits<double>::quiet_NaN();
+        else
+            m = factor * regression_slope(time.data(), time.data(), ntime);  // its message, and 0
     }
-    double lo = sentinel, hi = -sentinel;
-    for (const double m : mobs) {
-        if (m < lo) lo = m;
-        if (m > hi) hi = m;
-    }
-    return (hi - lo) * 0.5;
+    return mob_engine::half_spread(mobs, sentinel);
 }
 
-void write_aver_track(const char* name, int line, const std::vector<double>& time,
-                      const std::vector<double>& mean, int ntime)
+void write_aver_track(const std::string& name, int line, const std::vector<double>& time,
+                      const std::vector<double>& mean)
 {
     const File f = open_file(name, "wt");
     if (!f) fatal_open(kModule, line, name);
-    for (int t = 0; t < ntime; ++t) std::fprintf(f.get(), "%14.6e %14.6e\n", time[t], mean[t]);
+    for (size_t t = 0; t < mean.size(); ++t) std::fprintf(f.get(), "%14.6e %14.6e\n", time[t], mean[t]);
 }
 
-void write_mob_line(const char* name, int line, const std::string& label, double mob, double dev)
+void write_mob_line(const std::string& name, int line, const std::string& label, double mob, double dev)
 {
     const File f = open_file(name, "wt");
     if (!f) fatal_open(kModule, line, name);
@@ -77,11 +206,19 @@ void write_mob_line(const char* name, int line, const std::string& label, double
 
 }  // namespace
 
-// Reads up to five numbers of a track row; a field that is no number stops
-// the scan and the fields not reached keep their values.
 void parse_track_line(const char* line, double* v)
 {
-    std::sscanf(line, "%lf%lf%lf%lf%lf", &v[0], &v[1], &v[2], &v[3], &v[4]);
+    double fast[5];
+    const char* p = line;
+    for (double& x : fast) {
+        while (is_blank(*p)) ++p;
+        p = plain_number(p, x);
+        if (!p) {
+            std::sscanf(line, "%lf%lf%lf%lf%lf", &v[0], &v[1], &v[2], &v[3], &v[4]);
+            return;
+        }
+    }
+    std::copy(fast, fast + 5, v);
 }
 
 Mobutils::Mobutils() = default;
@@ -89,9 +226,10 @@ Mobutils::Mobutils() = default;
 void Mobutils::init()
 {
     if (!input_read) read_kelta_inp("kelta.inp", flag_binfo);
+    if (nsimu < 0) fatal(kModule, kLineNegativeNsimu, 1, strprintf(kNegativeNsimu, nsimu));
     const double points = tsimu / tsnap + 0.5;
     if (!(points >= 0.0 && points < static_cast<double>(INT_MAX)))
-        fatal(kModule, 95, 1, strprintf(kBadTimeGrid, tsimu, tsnap, INT_MAX - 1));
+        fatal(kModule, kLineBadTimeGrid, 1, strprintf(kBadTimeGrid, tsimu, tsnap, INT_MAX - 1));
     ntime = static_cast<int>(points);
     if (flag_binfo) {
         std::cout << "  nsimu = " << nsimu << "\n";
@@ -105,37 +243,81 @@ void Mobutils::init()
 }
 
 // The directory is always "track": the -trackdir option only changes the
-// printed name, as users of the hopping code expect.
+// printed name, as users of the hopping code expect. Files are read in
+// parallel, each into its own rows; each starts from zeros, so a first line
+// that cannot be parsed stores zeros, and a line that cannot be parsed, or is
+// missing because the file ended early, repeats the previous line's values.
 void Mobutils::readin_track_data()
 {
     std::cout << "Reading track data..." << "\n";
     if (flag_binfo) std::cout << "  nsimu = " << nsimu << "\n" << "  ntime = " << ntime << "\n";
-    const int rows = std::max(nsimu, 0);
-    track_time.assign(static_cast<size_t>(ntime) + 2, 0.0);
-    track_x.resize(rows, ntime + 2);
-    track_y.resize(rows, ntime + 2);
-    track_z.resize(rows, ntime + 2);
-    track_r2.resize(rows, ntime + 2);
+    const int n = std::max(nsimu, 0);
+    const double bytes = sizeof(double) * (4.0 * n + 1.0) * ntime;
+    const double memory = static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGESIZE));
+    if (bytes > memory) fatal(kModule, kLineTablesTooLarge, 1, strprintf(kTablesTooLarge, nsimu, ntime, bytes / 1e9, memory / 1e9));
+    track_time.assign(static_cast<size_t>(ntime), 0.0);
+    for (Table* table : {&track_x, &track_y, &track_z, &track_r2}) table->resize(n, ntime);
 
-    // A line that cannot be parsed, or is missing because the file ended early,
-    // repeats the previous row's values; there are none before the first row.
-    double v[5] = {0, 0, 0, 0, 0};
-    char line[256];
-    for (int j = 0; j < nsimu; ++j) {
-        const std::string name = strprintf("track/track_%04d.dat", j + 1);
-        const File f = open_file(name, "rt");
-        if (!f) fatal_open(kModule, 175, name);
-        std::fgets(line, sizeof line, f.get());  // header
-        for (int t = 0; t < ntime; ++t) {
-            if (std::fgets(line, sizeof line, f.get())) parse_track_line(line, v);
-            track_x[j][t] = v[1];
-            track_y[j][t] = v[2];
-            track_z[j][t] = v[3];
-            track_r2[j][t] = v[4];
-            if (j == 0) track_time[t] = v[0];
+    std::vector<int> bad_line(static_cast<size_t>(n), 0);  // first line with a value that is no finite number
+    std::vector<char> no_data(static_cast<size_t>(n), 0);
+    int missing = n;  // the lowest-numbered file that cannot be opened
+    bool out_of_memory = false;
+#pragma omp parallel
+    {
+        std::vector<char> block(1 << 16);
+#pragma omp for schedule(dynamic, 8)
+        for (int j = 0; j < n; ++j) {
+            try {
+                const File f = open_file(track_name(j), "rt");
+                if (!f) {
+#pragma omp critical(kelta_missing_track)
+                    missing = std::min(missing, j);
+                    continue;
+                }
+                const auto [bad, lines] = read_track(f.get(), block, j);
+                bad_line[j] = bad;
+                no_data[j] = lines == 0 && ntime > 0;
+            } catch (const std::bad_alloc&) {
+                out_of_memory = true;  // nothing may leave the parallel region
+            }
         }
     }
+    if (out_of_memory) throw std::bad_alloc();
+    if (missing < n) fatal_open(kModule, kLineTrackOpen, track_name(missing));
+    const auto first_bad = std::find_if(bad_line.begin(), bad_line.end(), [](int l) { return l != 0; });
+    if (first_bad != bad_line.end())
+        std::fprintf(stderr, kNonFinite, track_name(static_cast<int>(first_bad - bad_line.begin())).c_str(), *first_bad);
+    const auto first_empty = std::find(no_data.begin(), no_data.end(), 1);
+    if (first_empty != no_data.end())
+        std::fprintf(stderr, kNoData, static_cast<int>(std::count(no_data.begin(), no_data.end(), 1)),
+                     track_name(static_cast<int>(first_empty - no_data.begin())).c_str());
     track_loaded = true;
+}
+
+// One trajectory's rows from an open track file; returns the number of the first
+// line holding a value that is no finite number (0: none) and the count of data
+// lines read.
+std::pair<int, int> Mobutils::read_track(std::FILE* f, std::vector<char>& block, int j)
+{
+    TrackLines lines(f, block);
+    lines.next();  // header
+    double v[5] = {0, 0, 0, 0, 0};
+    int bad = 0, data_lines = 0;
+    const auto finite = [](double x) { return std::isfinite(x); };
+    for (int t = 0; t < ntime; ++t) {
+        if (const char* line = lines.next()) {
+            parse_track_line(line, v);
+            ++data_lines;
+            // Only the first file's times are kept.
+            if (bad == 0 && !std::all_of(v + (j == 0 ? 0 : 1), v + 5, finite)) bad = lines.number();
+        }
+        track_x[j][t] = v[1];
+        track_y[j][t] = v[2];
+        track_z[j][t] = v[3];
+        track_r2[j][t] = v[4];
+        if (j == 0) track_time[t] = v[0];
+    }
+    return {bad, data_lines};
 }
 
 void Mobutils::output_mob_data(int mob_all, const RandomSeeds& seeds)
@@ -154,16 +336,21 @@ void Mobutils::mob_average(const RandomSeeds& seeds)
     read_first_number("temp.inp", temp);  // replaces temp for every later analysis
     if (flag_binfo) std::cout << "  temp  = " << temp << "\n";
     const int n = std::max(nsimu, 0);
-    std::vector<double> mean(static_cast<size_t>(ntime) + 1, 0.0);
-    mean_curve(track_r2, n, ntime, mean);
-    if (output_level & 4) write_aver_track("aver_track.dat", 275, track_time, mean, ntime);
+    std::vector<double> mean(static_cast<size_t>(ntime), 0.0);
+    for (int j = 0; j < n; ++j)
+        for (int t = 0; t < ntime; ++t) mean[t] += track_r2[j][t];
+    for (double& m : mean) m /= nsimu;
+    if (output_level & 4) write_aver_track("aver_track.dat", kLineAverTrack, track_time, mean);
     const double f = 1e-16 / (((0.0001724 * temp) * get_track_timeunit()) * static_cast<double>(ndim));
     if (flag_binfo)
         std::cout << "  nsimu = " << nsimu << "\n" << "  nsamp = " << nsamp << "\n" << "  ntime = " << ntime << "\n";
+    const mob_engine::SlopeWeights weights(track_time.data(), ntime);
+    std::vector<double> slopes(static_cast<size_t>(n));
+    for (int j = 0; j < n; ++j) slopes[j] = weights.slope(track_r2[j]);
     seed_ran2(seeds);
-    const double dev = sequential_bootstrap(track_r2, n, ntime, nsamp, track_time, f, 1e20);
+    const double dev = sequential_bootstrap(slopes, weights, track_time, ntime, nsamp, f, 1e20);
     const double mob = f * regression_slope(track_time.data(), mean.data(), ntime);
-    write_mob_line("mob.dat", 411, "mob_ave", mob, dev);
+    write_mob_line("mob.dat", kLineMob, "mob_ave", mob, dev);
     if (flag_binfo) std::cout << "done." << "\n";
 }
 
@@ -173,30 +360,21 @@ void Mobutils::mob_direction_a_b_c(const RandomSeeds& seeds)
     read_first_number("temp.inp", temp);  // replaces temp for every later analysis
     if (flag_binfo) std::cout << "  temp = " << temp << "\n";
     const int n = std::max(nsimu, 0);
-    Table projected(n, ntime + 2);
-    std::vector<double> mean(static_cast<size_t>(ntime) + 2, 0.0);
     const double f1 = 1e-16 / ((0.0001724 * temp) * get_track_timeunit());
-    const char* const axes[3] = {"a", "b", "c"};
-    for (int axis = 0; axis < 3; ++axis) {
-        // A zero lattice column gives not-a-number directions, as documented.
-        const double len = std::sqrt(latt[0][axis] * latt[0][axis] + latt[1][axis] * latt[1][axis] +
-                                     latt[2][axis] * latt[2][axis]);
-        const double ux = latt[0][axis] / len, uy = latt[1][axis] / len, uz = latt[2][axis] / len;
-        for (int j = 0; j < n; ++j) {
-            const double *x = track_x[j], *y = track_y[j], *z = track_z[j];
-            double* out = projected[j];
-            for (int t = 0; t < ntime; ++t) {
-                const double p = x[t] * ux + y[t] * uy + z[t] * uz;
-                out[t] = p * p;
-            }
-        }
-        mean_curve(projected, n, ntime, mean);
-        if (output_level & 4)
-            write_aver_track(strprintf("aver_track_%s.dat", axes[axis]).c_str(), 528, track_time, mean, ntime);
+    const mob_engine::SlopeWeights weights(track_time.data(), ntime);
+    std::vector<double> mean, slopes;
+    for (const char* axis : {"a", "b", "c"}) {
+        // The axis is a column of latt; a zero column gives directions that are not numbers.
+        const int col = axis[0] - 'a';
+        const Vec3 column = {latt[0][col], latt[1][col], latt[2][col]};
+        const double len = get_magnitude(column.data());
+        mob_engine::project_squares(track_x, track_y, track_z, n, ntime, {column[0] / len, column[1] / len, column[2] / len},
+                        weights, mean, slopes);
+        if (output_level & 4) write_aver_track(strprintf("aver_track_%s.dat", axis), kLineAverTrackAxis, track_time, mean);
         seed_ran2(seeds);
-        const double dev = sequential_bootstrap(projected, n, ntime, nsamp, track_time, f1, 1e8);
+        const double dev = sequential_bootstrap(slopes, weights, track_time, ntime, nsamp, f1, 1e8);
         const double mob = f1 * regression_slope(track_time.data(), mean.data(), ntime);
-        write_mob_line(strprintf("mob_%s.dat", axes[axis]).c_str(), 645, strprintf("mob_%s", axes[axis]), mob, dev);
+        write_mob_line(strprintf("mob_%s.dat", axis), kLineMobAxis, strprintf("mob_%s", axis), mob, dev);
     }
     if (flag_binfo) std::cout << "done." << "\n";
 }

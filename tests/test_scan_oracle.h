@@ -1,15 +1,14 @@
 // The per-direction procedure of the angle scans done the long way, as a
-// reference for the fast one: project every trajectory, add whole curves for
-// every resample, fit every resample curve. Shared by the tests and the benchmark.
+// reference for the engine: project every trajectory, add whole curves for every
+// resample, fit every resample curve. Shared by the tests and the benchmark.
 #pragma once
-
-#include <omp.h>
 
 #include <algorithm>
 #include <random>
 #include <vector>
 
 #include "mob_utils.h"
+#include "mob_utils_engine.h"
 
 namespace scanoracle {
 
@@ -28,10 +27,22 @@ inline void fill_random_walks(Mobutils& m, int nsimu, int ntime, unsigned seed)
     Table* tables[3] = {&m.track_x, &m.track_y, &m.track_z};
     for (int a = 0; a < 3; ++a) {
         Table& tab = *tables[a];
-        tab.resize(nsimu, ntime + 2);
+        tab.resize(nsimu, ntime);
         for (int j = 0; j < nsimu; ++j)
             for (int t = 1; t < ntime; ++t) tab[j][t] = tab[j][t - 1] + spread[a] * hop(gen);
     }
+}
+
+inline double factor(const Mobutils& m)
+{
+    return 1e-16 / ((0.0001724 * m.temp) * m.get_track_timeunit());
+}
+
+// The engine over the object's trajectories.
+inline mob_engine::ScanEngine engine(const Mobutils& m, const std::vector<std::uint32_t>& seeds)
+{
+    return mob_engine::ScanEngine({m.track_x, m.track_y, m.track_z, m.track_time.data(), m.nsimu, m.ntime, m.nsamp, factor(m)},
+                                  seeds);
 }
 
 // Mobility from the slope of a mean-square curve over the track times.
@@ -39,7 +50,7 @@ inline double mob_of(const Mobutils& m, const double* curve)
 {
     double a, b, s;
     LinearRegression(m.track_time.data(), curve, m.ntime, &a, &b, &s);
-    return 1e-16 / ((0.0001724 * m.temp) * m.get_track_timeunit()) * b;
+    return factor(m) * b;
 }
 
 // Mobility of the mean projected square along u.
@@ -49,8 +60,7 @@ inline double literal_mob(const Mobutils& m, const Vec3& u, Table* projsq_out = 
     std::vector<double> mean(static_cast<size_t>(m.ntime), 0.0);
     for (int j = 0; j < m.nsimu; ++j)
         for (int t = 0; t < m.ntime; ++t) {
-            const double p =
-                m.track_x[j][t] * u[0] + m.track_y[j][t] * u[1] + m.track_z[j][t] * u[2];
+            const double p = m.track_x[j][t] * u[0] + m.track_y[j][t] * u[1] + m.track_z[j][t] * u[2];
             mean[t] += projsq[j][t] = p * p;
         }
     for (double& v : mean) v /= m.nsimu;
@@ -58,37 +68,28 @@ inline double literal_mob(const Mobutils& m, const Vec3& u, Table* projsq_out = 
     return mob_of(m, mean.data());
 }
 
-// Mobility and error along u. With nthreads > 0 the bootstrap threads are played
-// one after the other; with 0 they run in a parallel region of the default size.
-inline void literal_treat(const Mobutils& m, const Vec3& u, const std::vector<std::uint32_t>& seeds,
-                          int nthreads, double& mob, double& err)
+// Mobility and error along direction number d of a scan, u. The bootstrap threads
+// are played one after the other: thread t of nthreads takes its contiguous block
+// of the resamples and draws them from an MT19937 seeded with seeds[t % size] + d.
+inline void literal_treat(const Mobutils& m, const Vec3& u, const std::vector<std::uint32_t>& seeds, int nthreads,
+                          std::uint32_t d, double& mob, double& err)
 {
     Table projsq;
     mob = literal_mob(m, u, &projsq);
     const int n = m.nsimu, nt = m.ntime, ns = m.nsamp;
     Table resample(ns, nt);
     std::vector<double> resample_mob(static_cast<size_t>(ns));
-    // The resamples of bootstrap thread th of nth, seeded from seeds[th % size],
-    // or from the random device when there are no seeds.
-    const auto block = [&](int th, int nth) {
-        const size_t nseeds = seeds.size();
-        std::mt19937 gen(nseeds ? seeds[static_cast<size_t>(th) % nseeds]
-                                : std::random_device("default")());
-        const int q = ns / nth, r = ns % nth, first = th * q + std::min(th, r);
+    for (int th = 0; th < nthreads; ++th) {
+        std::mt19937 gen(seeds[static_cast<size_t>(th) % seeds.size()] + d);
+        const int q = ns / nthreads, r = ns % nthreads, first = th * q + std::min(th, r);
         for (int k = first; k < first + q + (th < r); ++k) {
-            for (int d = 0; d < n; ++d) {
+            for (int draw = 0; draw < n; ++draw) {
                 const int idx = static_cast<int>(n * std::generate_canonical<double, 53>(gen));
                 for (int t = 0; t < nt; ++t) resample[k][t] += projsq[idx][t];
             }
             for (int t = 0; t < nt; ++t) resample[k][t] /= n;
             resample_mob[k] = mob_of(m, resample[k]);
         }
-    };
-    if (nthreads > 0) {
-        for (int th = 0; th < nthreads; ++th) block(th, nthreads);
-    } else {
-#pragma omp parallel
-        block(omp_get_thread_num(), omp_get_num_threads());
     }
     double lo = 1e8, hi = -1e8;  // not-a-number results are passed over
     for (const double v : resample_mob) lo = std::min(lo, v), hi = std::max(hi, v);
