@@ -1,12 +1,14 @@
 // Text, file and numeric helpers shared by every module, plus the one fatal path.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 using Vec3 = std::array<double, 3>;
@@ -72,16 +74,45 @@ std::string RemoveWhiteSpaceUnderscore(const std::string& s);
 std::string remove_filename_extension(const std::string& s);
 
 // ---------------------------------------------------------------- numbers
+// Allocates without value-initialising, so that a vector of doubles can be sized
+// without touching its memory (the threads that fill it touch it first).
+template <class T>
+struct UninitializedAllocator : std::allocator<T> {
+    template <class U>
+    struct rebind {
+        using other = UninitializedAllocator<U>;
+    };
+    template <class U>
+    void construct(U* p) noexcept
+    {
+        ::new (static_cast<void*>(p)) U;
+    }
+    template <class U, class... Args>
+    void construct(U* p, Args&&... args)
+    {
+        ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
+    }
+};
+
 // Row-major table of doubles: nrows rows of ncols entries.
 class Table {
 public:
     Table() = default;
     Table(int rows, int cols) { resize(rows, cols); }
+    // rows x cols zeros.
     void resize(int rows, int cols)
+    {
+        allocate(rows, cols);
+        std::fill(v_.begin(), v_.end(), 0.0);
+    }
+    // rows x cols entries of no particular value, for a caller that sets them all.
+    void allocate(int rows, int cols)
     {
         nrows_ = rows;
         ncols_ = cols;
-        v_.assign(static_cast<size_t>(rows) * static_cast<size_t>(cols), 0.0);
+        v_.clear();
+        v_.shrink_to_fit();
+        v_.resize(static_cast<size_t>(rows) * static_cast<size_t>(cols));
     }
     double* operator[](int r) { return v_.data() + static_cast<size_t>(r) * ncols_; }
     const double* operator[](int r) const { return v_.data() + static_cast<size_t>(r) * ncols_; }
@@ -90,7 +121,7 @@ public:
 
 private:
     int nrows_ = 0, ncols_ = 0;
-    std::vector<double> v_;
+    std::vector<double, UninitializedAllocator<double>> v_;
 };
 
 int LinearRegression(const double* x, const double* y, int n, double* intercept, double* slope,

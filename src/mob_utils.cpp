@@ -167,28 +167,6 @@ void seed_ran2(const RandomSeeds& seeds)
         init_random_seed();
 }
 
-// The sequential bootstrap of the average and axis analyses: every resample
-// draws nsimu trajectories with replacement from the process-wide generator,
-// and its mobility is the factor times the mean of the drawn trajectories'
-// slopes. Returns half the spread of the resample mobilities, the running
-// minimum starting from the sentinel.
-double sequential_bootstrap(const std::vector<double>& slopes, const mob_engine::SlopeWeights& weights,
-                            const std::vector<double>& time, int ntime, int nsamp, double factor,
-                            double sentinel)
-{
-    const int n = static_cast<int>(slopes.size());
-    std::vector<double> mobs(static_cast<size_t>(nsamp));
-    for (double& m : mobs) {
-        double sum = 0.0;
-        for (int draw = 0; draw < n; ++draw) sum += slopes[static_cast<size_t>(static_cast<double>(n) * randUniform())];
-        if (weights.fit() == mob_engine::Fit::slope)
-            m = std::isfinite(sum) ? factor * (sum / n) : std::numeric_limits<double>::quiet_NaN();
-        else
-            m = factor * regression_slope(time.data(), time.data(), ntime);  // its message, and 0
-    }
-    return mob_engine::half_spread(mobs, sentinel);
-}
-
 void write_aver_track(const std::string& name, int line, const std::vector<double>& time,
                       const std::vector<double>& mean)
 {
@@ -256,7 +234,8 @@ void Mobutils::readin_track_data()
     const double memory = static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGESIZE));
     if (bytes > memory) fatal(kModule, kLineTablesTooLarge, 1, strprintf(kTablesTooLarge, nsimu, ntime, bytes / 1e9, memory / 1e9));
     track_time.assign(static_cast<size_t>(ntime), 0.0);
-    for (Table* table : {&track_x, &track_y, &track_z, &track_r2}) table->resize(n, ntime);
+    // Every entry is set by the reader threads, which touch the memory first.
+    for (Table* table : {&track_x, &track_y, &track_z, &track_r2}) table->allocate(n, ntime);
 
     std::vector<int> bad_line(static_cast<size_t>(n), 0);  // first line with a value that is no finite number
     std::vector<char> no_data(static_cast<size_t>(n), 0);
@@ -348,7 +327,7 @@ void Mobutils::mob_average(const RandomSeeds& seeds)
     std::vector<double> slopes(static_cast<size_t>(n));
     for (int j = 0; j < n; ++j) slopes[j] = weights.slope(track_r2[j]);
     seed_ran2(seeds);
-    const double dev = sequential_bootstrap(slopes, weights, track_time, ntime, nsamp, f, 1e20);
+    const double dev = mob_engine::sequential_bootstrap(slopes, weights, track_time.data(), nsamp, f, 1e20);
     const double mob = f * regression_slope(track_time.data(), mean.data(), ntime);
     write_mob_line("mob.dat", kLineMob, "mob_ave", mob, dev);
     if (flag_binfo) std::cout << "done." << "\n";
@@ -372,7 +351,7 @@ void Mobutils::mob_direction_a_b_c(const RandomSeeds& seeds)
                         weights, mean, slopes);
         if (output_level & 4) write_aver_track(strprintf("aver_track_%s.dat", axis), kLineAverTrackAxis, track_time, mean);
         seed_ran2(seeds);
-        const double dev = sequential_bootstrap(slopes, weights, track_time, ntime, nsamp, f1, 1e8);
+        const double dev = mob_engine::sequential_bootstrap(slopes, weights, track_time.data(), nsamp, f1, 1e8);
         const double mob = f1 * regression_slope(track_time.data(), mean.data(), ntime);
         write_mob_line(strprintf("mob_%s.dat", axis), kLineMobAxis, strprintf("mob_%s", axis), mob, dev);
     }

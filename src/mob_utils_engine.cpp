@@ -137,6 +137,26 @@ void project_squares(const Table& x, const Table& y, const Table& z, int nsimu, 
     for (double& m : mean) m /= nsimu;
 }
 
+// A resample that draws a slope that is no finite number has a mean curve with
+// such a value, whose fit gives no number. When the time grid decides the fit
+// alone, LinearRegression gives each resample its message and 0; the draws are
+// made all the same, so that later bootstraps see the generator as always.
+double sequential_bootstrap(const std::vector<double>& slopes, const SlopeWeights& weights, const double* time,
+                            int nsamp, double factor, double sentinel)
+{
+    const int n = static_cast<int>(slopes.size());
+    std::vector<double> mobs(static_cast<size_t>(nsamp));
+    for (double& m : mobs) {
+        double sum = 0.0;
+        for (int draw = 0; draw < n; ++draw) sum += slopes[static_cast<size_t>(static_cast<double>(n) * randUniform())];
+        if (weights.fit() == Fit::slope)
+            m = std::isfinite(sum) ? factor * (sum / n) : std::numeric_limits<double>::quiet_NaN();
+        else
+            m = factor * regression_slope(time, time, weights.ntime());
+    }
+    return half_spread(mobs, sentinel);
+}
+
 Form quadratic_form(const Vec3& u)
 {
     return {u[0] * u[0], u[1] * u[1], u[2] * u[2], 2.0 * u[0] * u[1], 2.0 * u[0] * u[2], 2.0 * u[1] * u[2]};

@@ -25,6 +25,7 @@ class SlopeWeights {
 public:
     SlopeWeights(const double* time, int ntime);
     Fit fit() const { return fit_; }
+    int ntime() const { return static_cast<int>(weight_.size()); }
     // The slope of y; 0 when the grid allows no fit (no message).
     double slope(const double* y) const;
     const std::vector<double>& weight() const { return weight_; }  // [ntime]
@@ -33,6 +34,14 @@ private:
     Fit fit_;
     std::vector<double> weight_;
 };
+
+// The sequential bootstrap of the average and axis analyses: each of nsamp
+// resamples draws slopes.size() trajectories with replacement from the
+// process-wide generator (randUniform), and its mobility is factor times the mean
+// of the drawn trajectories' slopes. Returns half the spread of the resample
+// mobilities, the running minimum starting from the sentinel.
+double sequential_bootstrap(const std::vector<double>& slopes, const SlopeWeights& weights, const double* time,
+                            int nsamp, double factor, double sentinel);
 
 // Symmetric 3x3 forms as their entries xx, yy, zz, xy, xz, yz.
 using Form = std::array<double, 6>;

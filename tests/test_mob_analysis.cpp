@@ -1,167 +1,121 @@
-// Track reading and the average and axis mobilities, on small data sets whose
-// answers are worked out by hand or by an independent formula.
+// Track reading and the average and axis mobilities against the straightforward
+// versions, and on a curve worked out by hand.
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 
-#include "mob_utils.h"
+#include "mob_utils_engine.h"
+#include "test_analysis_oracle.h"
+#include "test_scan_oracle.h"
 #include "test_support.h"
 
 using namespace testsupport;
 
 namespace {
 
-// 1e-16 / (2 kB/e * T * unit * d): the Einstein-relation factor written out.
-double einstein_factor(double temp, double unit, double d) { return 1e-16 / (0.0001724 * temp * unit * d); }
-
-std::string mob_line(const char* label, double mob, double dev)
-{
-    char buf[128];
-    std::snprintf(buf, sizeof buf, "%s / dev [cm**2/Vs]: %14.6e  %14.6e\n", label, mob, dev);
-    return buf;
-}
-
-// An analysis object as main leaves it before the analyses, without structure files.
+// An analysis object as main leaves it before reading, without structure files.
 struct Analysis : Mobutils {
     Analysis(int nsimu_, int ntime_)
     {
         set_varables_default();
         nsimu = nsimu_;
-        tsnap = 1.0;
-        tsimu = ntime_;
         ntime = ntime_;
         output_level = 0;
         latt = Mat3{{{10, 0, 0}, {0, 12, 0}, {0, 0, 15}}};
-        write_file("charge.inp", "h\n");
-    }
-    void load() { readin_track_data(); }
-    // Reads the tracks and runs the chosen analyses; returns what they printed.
-    std::string run(bool average, bool axes)
-    {
-        testing::internal::CaptureStdout();
-        load();
-        if (average) mob_average();
-        if (axes) mob_direction_a_b_c();
-        return testing::internal::GetCapturedStdout();
     }
 };
 
-double captured_mob(const std::string& file)
+bool same_bits(const Table& a, const Table& b, int rows, int cols)
 {
-    const std::string text = read_file(file);
-    return std::atof(text.substr(text.find(':') + 1).c_str());
+    for (int j = 0; j < rows; ++j)
+        if (std::memcmp(a[j], b[j], sizeof(double) * static_cast<size_t>(cols)) != 0) return false;
+    return true;
 }
-
-class MobAnalysis : public testing::Test {
-protected:
-    ScratchDir dir;
-};
 
 }  // namespace
 
-TEST_F(MobAnalysis, TrackFilesAreReadAsTheHoppingCodeWritesThem)
+// Every kind of line the parser must hand to sscanf, and the fgets split of a line
+// longer than 255 characters, in files read in parallel.
+TEST(TrackReader, SameTablesAsTheStraightforwardReader)
 {
-    write_file("track/track_0001.dat", "# header\n0 0 0 0 0 0\n1 1 2 3 14 5 99\n2 2 0 0 4 9\n9 9 9 9 9 9\n");
-    // Short file: the last row repeats; an unparsable row repeats the previous one.
-    write_file("track/track_0002.dat", "# header\n0.5 1 1 1 3\nbad row\n");
-    Analysis a(3, 3);
+    const ScratchDir dir;
+    const std::string odd[] = {
+        "1 2 3 4 5 6\n",       "  1.5e+00\t-2.25E-1 3. .5 7e2\n", "+1 2 3 4 5\n",
+        "1 nan 3 4 5\n",       "1 2 inf -INFINITY 5\n",          "0x1p3 2 3 4 5\n",
+        "1 2 x 4 5\n",         "1 2 3\n",                        "1e 2 3 4 5\n",
+        "1e+ 2 3 4 5\n",       "1 2 3 4 5e\n",                   "\v1\f2\r3 4 5\n",
+        "12345678901234567890123 2 3 4 5\n", "4e-320 1e400 -1e-400 0.1e-22 9007199254740993\n",
+        "1 2 3 4 5" + std::string(300, ' ') + "9 8 7 6 5\n",       std::string("1 2\0 3 4 5\n", 11),
+        "-0 -.0 1.e1 -1.E+01 00012.5e-0003\n", "\n",             "1,2 3 4 5\n",
+        "1 2 3 4 5\r\n"};
+    std::string text = "# header\n";
+    for (const std::string& l : odd) text += l;
+    write_random_tracks(dir.path(), 40, 30, 1.0);
+    write_file("track/track_0001.dat", text);
+    write_file("track/track_0002.dat", "#\n0 1 2 3 4\nbad\n");  // short: its last line repeats
+    write_file("track/track_0003.dat", "");
+    Analysis fast(40, 25), straight(40, 25);
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    EXPECT_THROW(a.load(), RunExit);  // there is no third file
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Reading track data...\n\nERROR  transport : mob_utils : line 175 : \n");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Failed to open input file track/track_0003.dat\n");
-    EXPECT_EQ(std::vector<double>(a.track_time.begin(), a.track_time.begin() + 3), (std::vector<double>{0, 1, 2}));
-    EXPECT_EQ(a.track_x[0][1], 1);
-    EXPECT_EQ(a.track_r2[0][2], 4);
-    for (int t = 0; t < 3; ++t) EXPECT_EQ(a.track_x[1][t] + a.track_r2[1][t], 4);
-    // ntime is tsimu / tsnap rounded; a ratio that is no count ends the run.
-    a.input_read = true;
-    a.tsimu = 10;
-    a.tsnap = 4;
-    testing::internal::CaptureStdout();
-    a.init();
-    EXPECT_EQ(a.ntime, 3);
-    a.tsnap = 0;
-    EXPECT_THROW(a.init(), RunExit);
+    fast.readin_track_data();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "WARNING: track/track_0001.dat line 5 holds a value that is not a finite number; the mobilities "
+              "computed from it are not numbers\n"
+              "WARNING: 1 track file(s) hold no data lines, the first track/track_0003.dat; their carriers are "
+              "taken as not moving\n");
     testing::internal::GetCapturedStdout();
+    ASSERT_TRUE(analysisoracle::straight_read(straight));
+    EXPECT_EQ(std::memcmp(fast.track_time.data(), straight.track_time.data(), 25 * sizeof(double)), 0);
+    EXPECT_TRUE(same_bits(fast.track_x, straight.track_x, 40, 25));
+    EXPECT_TRUE(same_bits(fast.track_y, straight.track_y, 40, 25));
+    EXPECT_TRUE(same_bits(fast.track_z, straight.track_z, 40, 25));
+    EXPECT_TRUE(same_bits(fast.track_r2, straight.track_r2, 40, 25));
 }
 
-TEST_F(MobAnalysis, AverageMobilityOfAHandCheckedCurve)
+// The mean of the drawn trajectories' slopes against the fit of the mean of
+// their curves: the same draws, the same generator state afterwards.
+TEST(SequentialBootstrap, SameAsFittingWholeResampleCurves)
 {
-    // r2 of two trajectories: 0 2 4 and 0 4 8, so the mean curve 0 3 6 has slope 3.
+    for (const int ntime : {15, 2})
+        for (const char* data : {"walks", "nan", "inf", "equal times", "none"}) {
+            SCOPED_TRACE(std::string(data) + ", ntime " + std::to_string(ntime));
+            Mobutils m;
+            scanoracle::fill_random_walks(m, std::strcmp(data, "none") == 0 ? 0 : 30, ntime, 5);
+            if (std::strcmp(data, "nan") == 0) m.track_x[4][1] = NAN;
+            if (std::strcmp(data, "inf") == 0 && ntime > 2) m.track_x[9][2] = INFINITY;
+            if (std::strcmp(data, "equal times") == 0) std::fill(m.track_time.begin(), m.track_time.end(), 3.0);
+            const mob_engine::SlopeWeights weights(m.track_time.data(), m.ntime);
+            std::vector<double> slopes;
+            for (int j = 0; j < m.nsimu; ++j) slopes.push_back(weights.slope(m.track_x[j]));
+            testing::internal::CaptureStderr();
+            reset_random_state(321);
+            const double fast = mob_engine::sequential_bootstrap(slopes, weights, m.track_time.data(), 100, 7.0, 1e8);
+            const double next_fast = randUniform();
+            reset_random_state(321);
+            const double slow = analysisoracle::straight_bootstrap(m.track_x, m.nsimu, m.ntime, 100, m.track_time.data(), 7.0, 1e8);
+            EXPECT_EQ(randUniform(), next_fast);
+            std::string messages = testing::internal::GetCapturedStderr();
+            EXPECT_EQ(messages.substr(0, messages.size() / 2), messages.substr(messages.size() / 2));
+            EXPECT_NEAR(fast, slow, 1e-10 * std::fabs(slow));
+        }
+}
+
+TEST(AverageMobility, HandCheckedCurve)
+{
+    // r2 of two trajectories: 0 2 4 and 0 4 8, so the mean curve 0 3 6 has slope 3
+    // A^2/ns: mobility 3e-16 / (0.0001724 * 300 * 1e-9 * 3) cm^2/Vs.
+    const ScratchDir dir;
     write_file("track/track_0001.dat", "#\n0 1 1 0 0\n1 1 1 0 2\n2 2 0 0 4\n");
     write_file("track/track_0002.dat", "#\n0 0 0 0 0\n1 2 0 0 4\n2 2 2 0 8\n");
     Analysis a(2, 3);
     a.output_level = 4;
-    EXPECT_EQ(a.run(true, false), "Reading track data...\nTreating mob_average...\n");
-    EXPECT_NEAR(captured_mob("mob.dat"), 3 * einstein_factor(300, 1e-9, 3), 1e-12);
+    testing::internal::CaptureStdout();
+    a.readin_track_data();
+    a.mob_average();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Reading track data...\nTreating mob_average...\n");
+    const std::string mob = read_file("mob.dat");
+    EXPECT_NEAR(std::atof(mob.substr(mob.find(':') + 1).c_str()), 3e-16 / (0.0001724 * 300 * 1e-9 * 3), 1e-12);
     EXPECT_EQ(read_file("aver_track.dat"),
               "  0.000000e+00   0.000000e+00\n  1.000000e+00   3.000000e+00\n  2.000000e+00   6.000000e+00\n");
-}
-
-TEST_F(MobAnalysis, IdenticalTrajectoriesHaveNoSpreadAndTempInpRescales)
-{
-    std::mt19937 gen(3);
-    const Trajectory t = random_walk(gen, 30);
-    for (int j = 1; j <= 5; ++j) write_track(dir.path(), j, t, 2.0);
-    write_file("temp.inp", "600\n");
-    Analysis a(5, 30);
-    a.flag_binfo = true;
-    a.set_track_timeunit(1e-12);
-    const std::string out = a.run(true, true);
-    EXPECT_NE(out.find("  temp  = 600\n"), std::string::npos);
-    EXPECT_NE(out.find("  temp = 600\n"), std::string::npos);
-    double x[30], r2[30], time[30], a0, slope, s;
-    for (int i = 0; i < 30; ++i) {
-        time[i] = 2.0 * i;
-        r2[i] = t[i].x * t[i].x + t[i].y * t[i].y + t[i].z * t[i].z;
-        x[i] = t[i].x * t[i].x;
-    }
-    LinearRegression(time, r2, 30, &a0, &slope, &s);
-    char expect[64];
-    std::snprintf(expect, sizeof expect, "%14.6e", slope * einstein_factor(600, 1e-12, 3));
-    EXPECT_EQ(read_file("mob.dat"), mob_line("mob_ave", std::atof(expect), 0.0));
-    LinearRegression(time, x, 30, &a0, &slope, &s);
-    EXPECT_NEAR(captured_mob("mob_a.dat") / (slope * einstein_factor(600, 1e-12, 1)), 1.0, 1e-6);
-    EXPECT_EQ(read_file("mob_a.dat").substr(read_file("mob_a.dat").size() - 15), "  0.000000e+00\n");
-}
-
-TEST_F(MobAnalysis, AxisMobilitiesOfAnOrthogonalCellAddUpToTheAverage)
-{
-    write_random_tracks(dir.path(), 40, 25, 1.0);
-    Analysis a(40, 25);
-    a.run(true, true);
-    const double sum = captured_mob("mob_a.dat") + captured_mob("mob_b.dat") + captured_mob("mob_c.dat");
-    EXPECT_NEAR(sum / 3 / captured_mob("mob.dat"), 1.0, 1e-5);
-    // Motion along x only: nothing along b and c.
-    write_file("track/track_0001.dat", "#\n0 0 0 0 0\n1 3 0 0 9\n2 5 0 0 25\n3 8 0 0 64\n");
-    write_file("track/track_0002.dat", "#\n0 0 0 0 0\n1 -2 0 0 4\n2 -6 0 0 36\n3 -7 0 0 49\n");
-    Analysis x(2, 4);
-    x.output_level = 4;
-    x.run(false, true);
-    EXPECT_GT(captured_mob("mob_a.dat"), 0.0);
-    EXPECT_EQ(read_file("mob_b.dat"), mob_line("mob_b", 0.0, 0.0));
-    EXPECT_EQ(read_file("mob_c.dat"), mob_line("mob_c", 0.0, 0.0));
-    EXPECT_EQ(read_lines("aver_track_c.dat").size(), 4u);
-}
-
-TEST_F(MobAnalysis, DegenerateDataGiveZeroFits)
-{
-    // Two time points: every fit fails with one message each, zeros written.
-    write_random_tracks(dir.path(), 3, 2, 1.0);
-    Analysis a(3, 2);
-    testing::internal::CaptureStderr();
-    a.run(true, false);
-    std::string expected;
-    for (int i = 0; i < 101; ++i) expected += "Not enough data [2] (at least n > 2)!\n";
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), expected);
-    EXPECT_EQ(read_file("mob.dat"), mob_line("mob_ave", 0.0, 0.0));
-    // No trajectories: the mean curves are 0/0, but the time grid is never read,
-    // so every fit is degenerate (all times equal) and gives slope 0.
-    Analysis none(0, 5);
-    none.output_level = 4;
-    none.run(true, true);
-    EXPECT_NE(read_file("aver_track.dat").find("nan"), std::string::npos);
-    EXPECT_EQ(read_file("mob.dat"), mob_line("mob_ave", 0.0, 0.0));
-    EXPECT_EQ(read_file("mob_b.dat"), mob_line("mob_b", 0.0, 0.0));
 }
