@@ -21,7 +21,8 @@ demo: all
 	@echo "demo output is in demo/run"
 
 bench: all
-	for b in $(BUILD)/kelta_bench_*; do echo "== $$b"; $$b || exit 1; done
+	cmake --build $(BUILD) -j $(JOBS) --target kelta_bench_mob
+	$(BUILD)/kelta_bench_mob
 
 clean:
 	rm -rf $(BUILD) demo/run
