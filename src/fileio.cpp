@@ -9,7 +9,15 @@ namespace {
 constexpr int kLineNoInput = 1402;
 constexpr int kLineBondsFile = 1437;
 constexpr int kLineCellFile = 1452;
+constexpr int kLineBadNumber = 1210;
+const char* const kBadNumber = "%s line %d: %s = %g is not a finite number of magnitude at most %g\n";
 }  // namespace
+
+void check_finite(const std::string& file, int line, const std::string& what, double value, double limit)
+{
+    if (!(std::fabs(value) <= limit))
+        fatal("fileio", kLineBadNumber, -1, strprintf(kBadNumber, file.c_str(), line, what.c_str(), value, limit));
+}
 
 // Atomic number, symbol, mass (amu), radius 1 and radius 2 (1/250 A), code, name.
 const Element Elements_m[kNumElements] = {

@@ -28,6 +28,33 @@ extern const double _nw_elem_radius_m[kNumElements];  // covalent radius, Angstr
 // within the scaled sum, so an unknown atom pulls its neighbours into its molecule.
 constexpr double kUnknownRadius = 9999.99;
 
+// Bounds on the numbers of a structure; beyond them the geometry means nothing
+// (and the bond searches would work on infinities).
+constexpr double kMaxLength = 1e6;  // Angstrom: coordinates, cell lengths, cell vectors
+constexpr double kMaxCells = 1e3;   // fractional coordinates, symmetry operation entries
+// Most atoms a cell may hold before duplicates are removed: the molecule searches
+// compare atoms pairwise, and a larger cell would take minutes.
+constexpr int kMaxCellAtoms = 10000;
+
+// Ends the run (status -1) with a message naming the file, line, what was read and
+// its value when the value is not finite or its magnitude exceeds `limit`.
+void check_finite(const std::string& file, int line, const std::string& what, double value, double limit);
+
+// A text input that counts the lines it has given, for messages; a CR before the
+// line end is dropped, so that CRLF files (benzene_crlf_v2000) read alike.
+class LineInput {
+public:
+    LineInput(std::istream& in, std::string name) : in_(in), name_(std::move(name)) {}
+    bool get(std::string& s);
+    int line() const { return line_; }
+    const std::string& name() const { return name_; }
+
+private:
+    std::istream& in_;
+    std::string name_;
+    int line_ = 0;
+};
+
 class FileIO {
 public:
     FileIO();
@@ -130,11 +157,12 @@ private:
     void list_bonds();
     void write_side_files() const;
 
-    void read_mol_v2000(std::istream& in, const std::string& first_counts, int index);
-    void ReadV3000Block(std::istream& in, int index, bool binfo);
-    bool ReadV3000Line(std::istream& in, std::vector<std::string>& tokens);
-    void ReadAtomBlock(std::istream& in, int index);
-    void ReadBondBlock(std::istream& in);
-    void ReadRGroupBlock(std::istream& in);
-    void ReadUnimplementedBlock(std::istream& in, const std::string& name);
+    void read_mol_v2000(LineInput& in, const std::string& first_counts, int index);
+    void add_coordinate(const LineInput& in, int index, double v);
+    void ReadV3000Block(LineInput& in, int index, bool binfo);
+    bool ReadV3000Line(LineInput& in, std::vector<std::string>& tokens);
+    void ReadAtomBlock(LineInput& in, int index);
+    void ReadBondBlock(LineInput& in);
+    void ReadRGroupBlock(LineInput& in);
+    void ReadUnimplementedBlock(LineInput& in, const std::string& name);
 };

@@ -3,6 +3,7 @@
 // It is not a CIF grammar: tags are found by substring and values must sit on
 // the tag's own line after a space.
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -14,7 +15,15 @@ namespace {
 constexpr int kLineOpen = 1271;
 constexpr int kLineAtomColumns = 1296;
 constexpr int kLineBondColumns = 1301;
+constexpr int kLineCellAngle = 1283;
+constexpr int kLineNoCell = 1284;
+constexpr int kLineTooManyAtoms = 1290;
 constexpr size_t kRowMax = 1023;  // longest data row kept, as a 1024-byte line buffer holds
+
+const char* const kBadAngle = "%s line %d: %s = %g is not an angle between 0 and 180 degrees\n";
+const char* const kNoCell = "%s: the cell angles alpha = %g, beta = %g, gamma = %g admit no cell\n";
+const char* const kTooManyAtoms =
+    "%s: %d atom sites and %d symmetry operations make %.0f atoms, more than the %d a cell may hold\n";
 
 bool contains(const std::string& s, const char* tag) { return s.find(tag) != std::string::npos; }
 bool starts_with(const std::string& s, const char* p) { return s.rfind(p, 0) == 0; }
@@ -37,22 +46,28 @@ std::vector<std::string> row_tokens(std::string& row)
 
 class CifWalk {
 public:
-    CifWalk(FileIO& f, std::vector<std::string> lines) : f_(f), lines_(std::move(lines)) {}
+    CifWalk(FileIO& f, std::string file, std::vector<std::string> lines)
+        : f_(f), file_(std::move(file)), lines_(std::move(lines))
+    {
+    }
     void run();
     int fract_columns() const { return fract_columns_; }
 
 private:
     bool at_end() const { return i_ >= lines_.size(); }
     const std::string& line() const { return lines_[i_]; }
+    int line_number() const { return static_cast<int>(i_) + 1; }
     void skip_text_field();
     bool read_tag(const std::string& s);
     void read_loop();
     void read_operations(bool with_id);
+    void check_operation(const std::string& op) const;
     int count_headers(const std::vector<const char*>& wanted, std::vector<int>& columns);
     void read_atom_site_loop();
     void read_bond_loop();
 
     FileIO& f_;
+    const std::string file_;
     std::vector<std::string> lines_;  // already trimmed
     size_t i_ = 0;
     int fract_columns_ = 0;
@@ -110,7 +125,11 @@ bool CifWalk::read_tag(const std::string& s)
                                              "_cell_angle_alpha", "_cell_angle_beta", "_cell_angle_gamma"};
     for (int k = 0; k < 6; ++k) {
         if (contains(s, cell_tags[k])) {
-            f_.cell_latt[k] = std::atof(value.c_str());  // "12.345(6)" reads as 12.345
+            const double v = std::atof(value.c_str());  // "12.345(6)" reads as 12.345
+            if (k < 3) check_finite(file_, line_number(), cell_tags[k], v, kMaxLength);
+            if (k >= 3 && !(v > 0.0 && v < 180.0))
+                fatal("fileio", kLineCellAngle, -1, strprintf(kBadAngle, file_.c_str(), line_number(), cell_tags[k], v));
+            f_.cell_latt[k] = v;
             return true;
         }
     }
@@ -156,8 +175,23 @@ void CifWalk::read_operations(bool with_id)
             if (blank != std::string::npos) op.erase(0, blank + 1);
         }
         sg_trim(op);
-        if (!op.empty()) f_.symm_ops.push_back(op);
+        if (!op.empty()) {
+            check_operation(op);
+            f_.symm_ops.push_back(op);
+        }
         ++i_;
+    }
+}
+
+// Every number of an operation is bounded: a translation such as x+1e20 would
+// put atoms where no bond search ends.
+void CifWalk::check_operation(const std::string& op) const
+{
+    double R[3][3], t[3];
+    FileIO::ParseTransformString(op, R, t);
+    for (int k = 0; k < 3; ++k) {
+        check_finite(file_, line_number(), "symmetry operation " + op, t[k], kMaxCells);
+        for (const double r : R[k]) check_finite(file_, line_number(), "symmetry operation " + op, r, kMaxCells);
     }
 }
 
@@ -201,6 +235,9 @@ void CifWalk::read_atom_site_loop()
         const std::vector<std::string> tok = row_tokens(row);
         if (tok.size() < 5) not_enough_columns(kLineAtomColumns, row, 5);
         if (static_cast<int>(tok.size()) < needed) not_enough_columns(kLineAtomColumns, row, needed);
+        for (int c = 2; c < 5; ++c)
+            check_finite(file_, line_number(), "fractional coordinate of " + tok[col[0] - 1],
+                         std::atof(tok[col[c] - 1].c_str()), kMaxCells);
         f_.cif_labels.push_back(tok[col[0] - 1]);
         f_.cif_symbols.push_back(tok[col[1] - 1]);
         f_.cif_fx.push_back(tok[col[2] - 1]);
@@ -264,11 +301,20 @@ void FileIO::read_data_cif(const char* filename, bool binfo)
     symm_ops.clear();
     for (auto* list : {&cif_labels, &cif_symbols, &cif_fx, &cif_fy, &cif_fz}) list->clear();
 
-    CifWalk walk(*this, std::move(lines));
+    CifWalk walk(*this, filename, std::move(lines));
     walk.run();
     if (binfo) print_cif_summary(*this);
+    const double atoms = static_cast<double>(cif_labels.size()) * static_cast<double>(symm_ops.size());
+    if (atoms > kMaxCellAtoms)
+        fatal("fileio", kLineTooManyAtoms, -1,
+              strprintf(kTooManyAtoms, filename, static_cast<int>(cif_labels.size()), static_cast<int>(symm_ops.size()),
+                        atoms, kMaxCellAtoms));
 
     cell_cell6_to_latt3x3(cell_latt.data(), latt);
+    for (const Vec3& row : latt)
+        for (const double v : row)
+            if (!std::isfinite(v))
+                fatal("fileio", kLineNoCell, -1, strprintf(kNoCell, filename, cell_latt[3], cell_latt[4], cell_latt[5]));
     cif_natoms = static_cast<int>(cif_labels.size());
     cif_atypes.resize(static_cast<size_t>(cif_natoms));
     cif_nw_radius.resize(static_cast<size_t>(cif_natoms));

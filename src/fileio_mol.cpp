@@ -13,15 +13,6 @@ constexpr int kLineCounts = 1401;
 constexpr int kLineAtomList = 1406;
 constexpr int kLineAtoms = 1413;
 
-// Lines without their CR, so that CRLF files (benzene_crlf_v2000) give the
-// same columns.
-bool get_line(std::istream& in, std::string& s)
-{
-    if (!std::getline(in, s)) return false;
-    if (!s.empty() && s.back() == '\r') s.pop_back();
-    return true;
-}
-
 // Characters [pos, pos + n) of a fixed-column line; short lines give less.
 std::string column(const std::string& s, size_t pos, size_t n)
 {
@@ -56,6 +47,14 @@ bool is_end(const std::vector<std::string>& tok) { return tok.size() >= 3 && tok
 bool is_begin(const std::vector<std::string>& tok) { return tok.size() >= 4 && tok[2] == "BEGIN"; }
 }  // namespace
 
+bool LineInput::get(std::string& s)
+{
+    if (!std::getline(in_, s)) return false;
+    if (!s.empty() && s.back() == '\r') s.pop_back();
+    ++line_;
+    return true;
+}
+
 void FileIO::read_data_mol(const char* filename, int index, bool binfo)
 {
     std::ifstream in(filename);
@@ -67,45 +66,52 @@ void FileIO::read_data_mol(const char* filename, int index, bool binfo)
     mol_x[index].clear();
     mol_x_s[index].clear();
 
+    LineInput lines(in, filename);
     std::string s;
-    for (int h = 0; h < 3; ++h) get_line(in, s);  // name, program, comment
+    for (int h = 0; h < 3; ++h) lines.get(s);  // name, program, comment
     std::string counts;
-    get_line(in, counts);
+    lines.get(counts);
     check_counts_line(counts);
     if (counts.find("V3000") != std::string::npos)
-        ReadV3000Block(in, index, binfo);
+        ReadV3000Block(lines, index, binfo);
     else
-        read_mol_v2000(in, counts, index);
+        read_mol_v2000(lines, counts, index);
     mol_x_s[index].assign(mol_x[index].size(), 0.0);  // filled by the dispatch
 }
 
-void FileIO::read_mol_v2000(std::istream& in, const std::string& counts, int index)
+void FileIO::read_mol_v2000(LineInput& in, const std::string& counts, int index)
 {
     const int n = std::max(0, std::atoi(column(counts, 0, 3).c_str()));
     std::string s;
     for (int a = 0; a < n; ++a) {
-        if (!get_line(in, s))
+        if (!in.get(s))
             mdl_fatal(kLineAtoms, "a MDL file\n         Not enough atoms to match atom count (" +
                                       std::to_string(n) + ") in counts line\n");
-        for (int d = 0; d < 3; ++d) mol_x[index].push_back(std::atof(column(s, 10 * d, 10).c_str()));
+        for (int d = 0; d < 3; ++d) add_coordinate(in, index, std::atof(column(s, 10 * d, 10).c_str()));
         mol_atypes[index].push_back(find_element_index_from_name(column(s, 31, 3).c_str()));
     }
     mol_natoms[index] = n;
 }
 
+void FileIO::add_coordinate(const LineInput& in, int index, double v)
+{
+    check_finite(in.name(), in.line(), "atom coordinate", v, kMaxLength);
+    mol_x[index].push_back(v);
+}
+
 // ---------------------------------------------------------------- V3000
 
-bool FileIO::ReadV3000Line(std::istream& in, std::vector<std::string>& tokens)
+bool FileIO::ReadV3000Line(LineInput& in, std::vector<std::string>& tokens)
 {
     std::string s;
-    if (!get_line(in, s)) return false;
+    if (!in.get(s)) return false;
     tokenize(tokens, s.c_str(), " \t\r\n");
     if (!is_v30(tokens)) return false;
     // A line ending in " -" continues on the next "M  V30" line.
     while (tokens.back() == "-") {
         tokens.pop_back();
         std::vector<std::string> more;
-        if (!get_line(in, s)) break;
+        if (!in.get(s)) break;
         tokenize(more, s.c_str(), " \t\r\n");
         if (!is_v30(more)) break;
         tokens.insert(tokens.end(), more.begin() + 2, more.end());
@@ -113,7 +119,7 @@ bool FileIO::ReadV3000Line(std::istream& in, std::vector<std::string>& tokens)
     return true;
 }
 
-void FileIO::ReadV3000Block(std::istream& in, int index, bool /*binfo*/)
+void FileIO::ReadV3000Block(LineInput& in, int index, bool /*binfo*/)
 {
     std::vector<std::string> tok;
     // Runs to "M  END": R-group blocks follow the main connection table.
@@ -133,7 +139,7 @@ void FileIO::ReadV3000Block(std::istream& in, int index, bool /*binfo*/)
 
 // "M V30 number symbol x y z map [CHG= RAD= CFG= MASS= VAL=]": only the symbol
 // and the position are kept; the keyword fields are not used here.
-void FileIO::ReadAtomBlock(std::istream& in, int index)
+void FileIO::ReadAtomBlock(LineInput& in, int index)
 {
     std::vector<std::string> tok;
     while (ReadV3000Line(in, tok) && !is_end(tok)) {
@@ -141,15 +147,15 @@ void FileIO::ReadAtomBlock(std::istream& in, int index)
         const std::string& symbol = tok[3];
         if (symbol.rfind("R#", 0) == 0) std::printf("WARNING: A molecule contains an R group which is not implemented!\n");
         mol_atypes[index].push_back(find_element_index_from_name(symbol.c_str()));
-        for (int d = 0; d < 3; ++d) mol_x[index].push_back(std::atof(tok[4 + d].c_str()));
+        for (int d = 0; d < 3; ++d) add_coordinate(in, index, std::atof(tok[4 + d].c_str()));
         ++mol_natoms[index];
     }
 }
 
 // Bonds (number, type, two atom numbers, optional CFG=) are not needed here.
-void FileIO::ReadBondBlock(std::istream& in) { ReadUnimplementedBlock(in, ""); }
+void FileIO::ReadBondBlock(LineInput& in) { ReadUnimplementedBlock(in, ""); }
 
-void FileIO::ReadRGroupBlock(std::istream& in)
+void FileIO::ReadRGroupBlock(LineInput& in)
 {
     std::printf("WARNING: RGROUP and RLOGIC blocks are not currently implemented and their contents are ignored.\n");
     ReadUnimplementedBlock(in, "");
@@ -157,7 +163,7 @@ void FileIO::ReadRGroupBlock(std::istream& in)
 
 // Skips to the END of the block just begun, over nested blocks; a name prints
 // the warning that its contents are ignored.
-void FileIO::ReadUnimplementedBlock(std::istream& in, const std::string& name)
+void FileIO::ReadUnimplementedBlock(LineInput& in, const std::string& name)
 {
     if (!name.empty())
         std::printf("WARNING: %s blocks are not currently implemented and their contents are ignored.\n",

@@ -1,5 +1,6 @@
 // Molecule separation: grouping the atoms of the P1 cell into bonded molecules
 // under periodic boundaries, and making each molecule whole inside the cell.
+#include <cmath>
 #include <cstdio>
 #include <string>
 
@@ -9,12 +10,15 @@ namespace {
 constexpr int kLineNotBonded = 1553;
 constexpr double kNotFoundDist = 9999.99;
 
-// Component-wise shift into [-0.5, 0.5], repeated as often as needed.
+// Component-wise shift into [-0.5, 0.5] as if 1 were subtracted while a component
+// is above 0.5 and added while it is below -0.5. Every such step is exact for the
+// bounded coordinates a structure holds, so d - ceil(d - 0.5) is that very result,
+// reached without a loop as long as the offset.
 void minimum_image(double d[3])
 {
     for (int c = 0; c < 3; ++c) {
-        while (d[c] > 0.5) d[c] -= 1.0;
-        while (d[c] < -0.5) d[c] += 1.0;
+        if (d[c] > 0.5) d[c] -= std::ceil(d[c] - 0.5);
+        if (d[c] < -0.5) d[c] -= std::floor(d[c] + 0.5);
     }
 }
 

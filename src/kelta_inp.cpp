@@ -1,6 +1,7 @@
 #include "kelta_inp.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -19,6 +20,7 @@ const char* const kEngineMismatch =
     "  1 - Gaussian, 2 - ORCA, 3 - QCHEM\n";
 const char* const kMoleculeNames = "Keyword molecule announces %d file name(s) but gives %d: '%s'\n";
 const char* const kMoleculeNone = "Keyword molecule names no molecule file: '%s'\n";
+const char* const kBadLength = "%s line %d: %s = %s holds %g, not a finite number of magnitude at most %g\n";
 
 // Value kinds of the keyword table. Numbers follow atoi/atof: no message for
 // text that is no number, so "nsimu = abc" gives 0 and "1.0d3" gives 1.0.
@@ -145,6 +147,7 @@ bool KeltaInp::read_kelta_inp(const char* path, bool verbose)
 
 void KeltaInp::interpret_lines(const char* path)
 {
+    path_ = path;
     const size_t n = lines_.size();
     size_t i = 0;
     while (i < n) {
@@ -165,6 +168,7 @@ void KeltaInp::interpret_lines(const char* path)
                 const size_t eq = b.find('=');
                 if (eq == std::string::npos) continue;
                 std::string key = b.substr(0, eq);
+                line_ = static_cast<int>(i);  // i has moved past the line: its 1-based number
                 set_keyword(trim(key), b.substr(eq + 1), path);
             }
         } else if (iequals(s, "&gaussian.append") || iequals(s, "&qc_inp_append")) {
@@ -225,13 +229,13 @@ void KeltaInp::set_keyword(const std::string& key, const std::string& v, const c
              k.evc_type = as_word(v);
              check_choice(k.evc_type, iequals(k.evc_type, "cart") || iequals(k.evc_type, "int"), "evc_type", "'cart', 'int'");
          }},
-        {"vector_a", nullptr, [](KeltaInp& k, const std::string& v) { as_real_triple(v, k.vec_a.data()); }},
-        {"vector_b", nullptr, [](KeltaInp& k, const std::string& v) { as_real_triple(v, k.vec_b.data()); }},
-        {"vector_c", nullptr, [](KeltaInp& k, const std::string& v) { as_real_triple(v, k.vec_c.data()); }},
-        {"lat_cutoff", nullptr, [](KeltaInp& k, const std::string& v) { k.lat_cutoff = as_real(v); }},
+        {"vector_a", nullptr, [](KeltaInp& k, const std::string& v) { k.set_length_triple("vector_a", v, k.vec_a); }},
+        {"vector_b", nullptr, [](KeltaInp& k, const std::string& v) { k.set_length_triple("vector_b", v, k.vec_b); }},
+        {"vector_c", nullptr, [](KeltaInp& k, const std::string& v) { k.set_length_triple("vector_c", v, k.vec_c); }},
+        {"lat_cutoff", nullptr, [](KeltaInp& k, const std::string& v) { k.lat_cutoff = k.length("lat_cutoff", v, as_real(v)); }},
         {"nei_scell", nullptr, [](KeltaInp& k, const std::string& v) { as_int_triple(v, k.scell_n.data()); }},
         {"super-cell", "super_cell", [](KeltaInp& k, const std::string& v) { as_int_triple(v, k.super_cell.data()); }},
-        {"bond_dis_scale", nullptr, [](KeltaInp& k, const std::string& v) { k.bond_dis_scale = as_real(v); }},
+        {"bond_dis_scale", nullptr, [](KeltaInp& k, const std::string& v) { k.bond_dis_scale = k.length("bond_dis_scale", v, as_real(v)); }},
         {"temp", nullptr, [](KeltaInp& k, const std::string& v) { k.temp = as_real(v); }},
         {"maxt", nullptr, [](KeltaInp& k, const std::string& v) { k.maxt = as_real(v); }},
         {"ratetype", nullptr, [](KeltaInp& k, const std::string& v) {
@@ -279,6 +283,21 @@ void KeltaInp::set_keyword(const std::string& key, const std::string& v, const c
         }
     }
     fatal(kModule, 460, -1, strprintf(kUnknownKey, key.c_str(), path));
+}
+
+// Lengths must be finite and at most kMaxLength in magnitude, as those of the
+// structure files: beyond that no geometry means anything.
+double KeltaInp::length(const char* key, const std::string& value, double v) const
+{
+    if (!(std::fabs(v) <= kMaxLength))
+        fatal(kModule, 455, 1, strprintf(kBadLength, path_.c_str(), line_, key, as_text(value).c_str(), v, kMaxLength));
+    return v;
+}
+
+void KeltaInp::set_length_triple(const char* key, const std::string& value, Vec3& vec) const
+{
+    as_real_triple(value, vec.data());
+    for (const double c : vec) length(key, value, c);
 }
 
 // "molecule = N a.mol b.mol ...": runs of blanks count as one separator.

@@ -61,7 +61,11 @@ private:
     void set_keyword(const std::string& key, const std::string& value, const char* path);
     void check_settings();
     void set_molecule_files(const std::string& value);
+    double length(const char* key, const std::string& value, double v) const;
+    void set_length_triple(const char* key, const std::string& value, Vec3& vec) const;
 
     std::vector<std::string> lines_;  // the file, one entry per read; only during reading
+    std::string path_;                // the file being read, and the line number of the
+    int line_ = 0;                    // setting being stored, for messages
     bool verbose_ = false;
 };

@@ -30,8 +30,8 @@ const char* const kBadTimeGrid =
     "a whole number from 0 to %d)\n";
 const char* const kNegativeNsimu = "nsimu = %d: the number of track files cannot be negative\n";
 const char* const kTablesTooLarge =
-    "nsimu = %d trajectories of ntime = %d time points need %.3g GB of track tables, more than the "
-    "%.3g GB of memory of this machine\n";
+    "nsimu = %d trajectories of ntime = %d time points need %.3g GB of track tables, more than the memory "
+    "of this machine\n";
 const char* const kNonFinite =
     "WARNING: %s line %d holds a value that is not a finite number; the mobilities computed from it are "
     "not numbers\n";
@@ -232,7 +232,7 @@ void Mobutils::readin_track_data()
     const int n = std::max(nsimu, 0);
     const double bytes = sizeof(double) * (4.0 * n + 1.0) * ntime;
     const double memory = static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGESIZE));
-    if (bytes > memory) fatal(kModule, kLineTablesTooLarge, 1, strprintf(kTablesTooLarge, nsimu, ntime, bytes / 1e9, memory / 1e9));
+    if (bytes > memory) fatal(kModule, kLineTablesTooLarge, 1, strprintf(kTablesTooLarge, nsimu, ntime, bytes / 1e9));
     track_time.assign(static_cast<size_t>(ntime), 0.0);
     // Every entry is set by the reader threads, which touch the memory first.
     for (Table* table : {&track_x, &track_y, &track_z, &track_r2}) table->allocate(n, ntime);

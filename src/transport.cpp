@@ -7,6 +7,12 @@
 
 namespace {
 const char* const kModule = "transport";
+// Atom pairs a neighbour search may compare (a few seconds); a wider search range
+// is refused rather than left running for hours.
+constexpr double kMaxPairTests = 2e9;
+const char* const kRangeTooWide =
+    "nei_scell = %d %d %d would compare %.3g atom pairs, more than the %.3g a neighbour search may; "
+    "use a smaller range\n";
 }  // namespace
 
 Transport::Transport()
@@ -72,6 +78,11 @@ void Transport::build_neighbor_list(bool verbose)
     const double rcut = lat_cutoff;
     const double rcut_sq = rcut * rcut;
     const int na = scell_n[0], nb = scell_n[1], nc = scell_n[2];
+    double atoms = 0.0, cells = 1.0;
+    for (int m = 0; m < mol_count; ++m) atoms += mol_natoms[m];
+    for (const int n : scell_n) cells *= std::max(0.0, 2.0 * n + 1.0);  // a negative range searches nothing
+    if (cells * atoms * atoms > kMaxPairTests)
+        fatal(kModule, 860, 1, strprintf(kRangeTooWide, na, nb, nc, cells * atoms * atoms, kMaxPairTests));
     const size_t nmol = static_cast<size_t>(mol_count);
     const size_t cap = static_cast<size_t>(NNEIMAX);
 
