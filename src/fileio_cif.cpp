@@ -291,7 +291,7 @@ void print_cif_summary(const FileIO& f)
 void FileIO::read_data_cif(const char* filename, bool binfo)
 {
     std::ifstream in(filename);
-    if (!in) fatal("fileio", kLineOpen, -1, "", "Failed to open input file \"" + std::string(filename) + "\"\n");
+    if (!in || !is_regular_file(filename)) fatal("fileio", kLineOpen, -1, "", "Failed to open input file \"" + std::string(filename) + "\"\n");
     cif_filename = filename;
     if (binfo) std::cout << "Reading crystal file \"" << filename << "\"... ";
 

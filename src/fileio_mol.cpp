@@ -58,7 +58,7 @@ bool LineInput::get(std::string& s)
 void FileIO::read_data_mol(const char* filename, int index, bool binfo)
 {
     std::ifstream in(filename);
-    if (!in) fatal("fileio", kLineOpen, -1, "", "Failed to open input file \"" + std::string(filename) + "\"\n");
+    if (!in || !is_regular_file(filename)) fatal("fileio", kLineOpen, -1, "", "Failed to open input file \"" + std::string(filename) + "\"\n");
     if (binfo) std::printf("Reading molecular file \"%s\"... ", filename);
     if (index >= static_cast<int>(mol_natoms.size())) resize_mol_slots(index + 1);
     mol_natoms[index] = 0;

@@ -1,5 +1,6 @@
 // Symmetry operations: parsing an operation string and expanding the
 // asymmetric unit to the full cell (space group P1).
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -51,11 +52,11 @@ void parse_component(const std::string& comp, double row[3], double& t)
             char* end = nullptr;
             const double v = std::strtod(p, &end);
             if (divide) {
-                t = sign * (static_cast<double>(static_cast<long>(numerator)) / v);
+                t = sign * (numerator / v);
                 divide = false;
             } else {
                 t = v;
-                numerator = static_cast<double>(static_cast<long>(v));
+                numerator = std::trunc(v);  // an integer even when it is too large for one
             }
             p = end;
             continue;

@@ -57,8 +57,17 @@ std::string strprintf(const char* fmt, ...)
 
 File open_file(const std::string& name, const char* mode)
 {
+    // An input that is no regular file (a directory, a pipe, /dev/zero) counts as
+    // one that cannot be opened: reading it would fail or never end.
+    if (mode[0] == 'r' && !is_regular_file(name)) return File();
     // "t" is a no-op on POSIX but the modes are kept as the tool documents them.
     return File(std::fopen(name.c_str(), mode));
+}
+
+bool is_regular_file(const std::string& name)
+{
+    struct stat st {};
+    return stat(name.c_str(), &st) == 0 && S_ISREG(st.st_mode);
 }
 
 bool read_line(std::FILE* f, std::string& line, int size)

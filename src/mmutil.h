@@ -52,8 +52,10 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-// fopen wrapper; a null File when the file cannot be opened.
+// fopen wrapper; a null File when the file cannot be opened, or when it is to be
+// read and is no regular file.
 File open_file(const std::string& name, const char* mode);
+bool is_regular_file(const std::string& name);
 
 // Reads one line as fgets would with a buffer of `size` bytes; false at end of file.
 bool read_line(std::FILE* f, std::string& line, int size);
