@@ -38,6 +38,7 @@ void print_help(const std::string& prog)
               << "                            can also use 'delta.inp' to set angle delta\n"
               << "      -moball             : trigger mob all calculation\n"
               << "      -binfo              : enable screen output\n"
+              << "      -tensor             : also write the mobility tensor to 'mob_tensor.dat'\n"
               << "\n"
               << "e.g.: " << prog << "\n"
               << "      " << prog << " -config kelta.inp\n"
@@ -60,6 +61,7 @@ struct RunOptions {
     double timeunit = 1e-9;
     double angle_delta = 10.0;
     bool binfo = false;
+    bool tensor = false;
     int mob_all = 0;
 };
 
@@ -112,6 +114,8 @@ RunOptions parse_options(int argc, char** argv, const std::string& prog)
             o.mob_all = 1;
         } else if (is_option(arg, "-binfo")) {
             o.binfo = true;
+        } else if (is_option(arg, "-tensor")) {
+            o.tensor = true;
         } else if (is_option(arg, "-h") || is_option(arg, "--help")) {
             print_help(prog);
             end_run(0);
@@ -130,6 +134,7 @@ void run(const RunOptions& o, const RandomSeeds& seeds)
     mob.set_trackdir(o.trackdir);
     mob.set_track_timeunit(o.timeunit);
     mob.set_angle_delta(o.angle_delta);
+    mob.set_flag_tensor(o.tensor);
     mob.calc_homo();
     mob.build_neighbor_list(o.binfo);
     mob.init();

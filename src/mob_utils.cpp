@@ -307,6 +307,7 @@ void Mobutils::output_mob_data(int mob_all, const RandomSeeds& seeds)
         mob_plane_xy_xz_yz(seeds);
         mob_direction_all(seeds);
     }
+    if (flag_tensor) mob_tensor(seeds);
 }
 
 void Mobutils::mob_average(const RandomSeeds& seeds)

@@ -32,6 +32,7 @@ public:
     // ------------------------------------------------ run sequence (main)
     void set_flag_binfo(bool flag) { flag_binfo = flag; }
     void set_angle_delta(double delta) { angle_delta = delta; }
+    void set_flag_tensor(bool flag) { flag_tensor = flag; }
     void init();
     void readin_track_data();
     void output_mob_data(int mob_all, const RandomSeeds& seeds = {});
@@ -41,6 +42,7 @@ public:
     void mob_direction_a_b_c(const RandomSeeds& seeds = {});
     void mob_plane_xy_xz_yz(const RandomSeeds& seeds = {});
     void mob_direction_all(const RandomSeeds& seeds = {});
+    void mob_tensor(const RandomSeeds& seeds = {});  // with -tensor: mob_tensor.dat
 
     // ------------------------------------------------ plot scripts (the scans)
     void write_gnuplot_eps_script(const char* name, double max) const;
@@ -54,6 +56,7 @@ public:
     // readin_track_data, read by every analysis
     bool track_loaded = false;
     bool flag_binfo = false;
+    bool flag_tensor = false;  // -tensor: write the mobility tensor
     std::vector<double> track_time;  // [ntime] time grid of the first track file
     Table track_x, track_y, track_z;  // [nsimu][ntime] carrier position, Angstrom
     Table track_r2;                   // [nsimu][ntime] squared displacement, Angstrom^2

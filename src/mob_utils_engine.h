@@ -103,6 +103,8 @@ class ScanEngine {
 public:
     ScanEngine(const Tracks& tracks, const std::vector<std::uint32_t>& seeds);
     void treat(const std::vector<Vec3>& dirs, std::vector<double>& mob, std::vector<double>& err) const;
+    // Each trajectory's slopes of x_a * x_b against time (zero when the grid allows no fit).
+    const std::vector<Form>& slope_tensors() const { return slope_tensor_; }
 
 private:
     // The mobility of the mean projected square along u.

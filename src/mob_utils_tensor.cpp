@@ -1,0 +1,198 @@
+// The mobility tensor (option -tensor): every direction's mobility is u^T M u
+// for one symmetric tensor M, the slope of the trajectory-averaged x x^T curves
+// times the one-dimensional factor. Written to mob_tensor.dat with its principal
+// values, the mobility along the cell and reciprocal directions, bootstrap
+// standard errors and percentile intervals, and a check that the mean-square
+// displacement grows linearly over the whole simulated time.
+#include <algorithm>
+#include <cmath>
+#include <iostream>
+#include <random>
+
+#include "mob_utils.h"
+#include "mob_utils_engine.h"
+
+namespace {
+
+const char* const kModule = "mob_utils";
+constexpr int kLineTensorFile = 1600;
+const char* const kTensorFile = "mob_tensor.dat";
+constexpr int kResamples = 200;
+
+using mob_engine::Form;
+
+Mat3 as_matrix(const Form& f)
+{
+    return {{{f[0], f[3], f[4]}, {f[3], f[1], f[5]}, {f[4], f[5], f[2]}}};
+}
+
+// Eigenvalues (descending) and unit eigenvectors (columns) of a symmetric matrix,
+// by Jacobi rotations.
+void eigen(Mat3 a, Vec3& value, Mat3& vector)
+{
+    vector = Mat3{{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
+    for (int sweep = 0; sweep < 50; ++sweep) {
+        const double off = a[0][1] * a[0][1] + a[0][2] * a[0][2] + a[1][2] * a[1][2];
+        if (!(off > 1e-300)) break;
+        for (int p = 0; p < 2; ++p)
+            for (int q = p + 1; q < 3; ++q) {
+                if (a[p][q] == 0.0) continue;
+                const double theta = (a[q][q] - a[p][p]) / (2.0 * a[p][q]);
+                const double t = (theta >= 0 ? 1.0 : -1.0) / (std::fabs(theta) + std::sqrt(theta * theta + 1.0));
+                const double c = 1.0 / std::sqrt(t * t + 1.0), s = t * c;
+                for (int k = 0; k < 3; ++k) {  // a = J^T a J, v = v J
+                    const double akp = a[k][p], akq = a[k][q];
+                    a[k][p] = c * akp - s * akq;
+                    a[k][q] = s * akp + c * akq;
+                }
+                for (int k = 0; k < 3; ++k) {
+                    const double apk = a[p][k], aqk = a[q][k];
+                    a[p][k] = c * apk - s * aqk;
+                    a[q][k] = s * apk + c * aqk;
+                }
+                for (int k = 0; k < 3; ++k) {
+                    const double vkp = vector[k][p], vkq = vector[k][q];
+                    vector[k][p] = c * vkp - s * vkq;
+                    vector[k][q] = s * vkp + c * vkq;
+                }
+            }
+    }
+    std::array<int, 3> order = {0, 1, 2};
+    std::sort(order.begin(), order.end(), [&a](int i, int j) { return a[i][i] > a[j][j]; });
+    const Mat3 v = vector;
+    for (int c = 0; c < 3; ++c) {
+        value[c] = a[order[c]][order[c]];
+        for (int r = 0; r < 3; ++r) vector[r][c] = v[r][order[c]];
+    }
+}
+
+double along(const Mat3& m, Vec3 u)
+{
+    const double len = get_magnitude(u.data());
+    for (double& x : u) x /= len;
+    double q = 0.0;
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) q += u[i] * m[i][j] * u[j];
+    return q;
+}
+
+// Standard deviation, 2.5% and 97.5% quantiles (interpolated between order
+// statistics) and half-range of resample values.
+struct Spread {
+    double se, low, high, half_range;
+};
+
+Spread spread_of(std::vector<double> v)
+{
+    const double n = static_cast<double>(v.size());
+    double mean = 0.0, ss = 0.0;
+    for (const double x : v) mean += x / n;
+    for (const double x : v) ss += (x - mean) * (x - mean);
+    std::sort(v.begin(), v.end());
+    const auto quantile = [&v](double p) {
+        const double h = p * static_cast<double>(v.size() - 1);
+        const size_t lo = static_cast<size_t>(h);
+        return lo + 1 < v.size() ? v[lo] + (h - static_cast<double>(lo)) * (v[lo + 1] - v[lo]) : v[lo];
+    };
+    return {std::sqrt(ss / (n - 1.0)), quantile(0.025), quantile(0.975), (v.back() - v.front()) * 0.5};
+}
+
+// The average mobility's per-trajectory slopes over time points [first, last).
+std::vector<double> r2_slopes(const Mobutils& m, int first, int last)
+{
+    const mob_engine::SlopeWeights w(m.track_time.data() + first, last - first);
+    std::vector<double> s(static_cast<size_t>(std::max(m.nsimu, 0)));
+    for (size_t j = 0; j < s.size(); ++j) s[j] = w.slope(m.track_r2[static_cast<int>(j)] + first);
+    return s;
+}
+
+double mean(const std::vector<double>& v, const std::vector<int>& pick)
+{
+    double sum = 0.0;
+    for (const int j : pick) sum += v[static_cast<size_t>(j)];
+    return sum / static_cast<double>(pick.size());
+}
+
+}  // namespace
+
+void Mobutils::mob_tensor(const RandomSeeds& seeds)
+{
+    std::cout << "Treating mob_tensor..." << "\n";
+    const int n = std::max(nsimu, 0), half = ntime / 2;
+    const double f1 = 1e-16 / ((0.0001724 * temp) * get_track_timeunit()), f3 = f1 / ndim;
+    const mob_engine::ScanEngine engine({track_x, track_y, track_z, track_time.data(), n, ntime, nsamp, f1}, {});
+    const std::vector<Form>& slopes = engine.slope_tensors();
+    const std::vector<double> r2_all = r2_slopes(*this, 0, ntime), r2_first = r2_slopes(*this, 0, half),
+                              r2_second = r2_slopes(*this, half, ntime);
+
+    // The whole set, then 200 resamples of the trajectories.
+    std::vector<int> all(static_cast<size_t>(n));
+    for (int j = 0; j < n; ++j) all[j] = j;
+    const auto tensor_of = [&](const std::vector<int>& pick) {
+        Form mean_form{};
+        for (const int j : pick)
+            for (size_t i = 0; i < mean_form.size(); ++i) mean_form[i] += slopes[j][i] / static_cast<double>(pick.size());
+        Mat3 t = as_matrix(mean_form);
+        for (Vec3& row : t)
+            for (double& v : row) v *= f1;
+        return t;
+    };
+    const Mat3 mu = tensor_of(all);
+    Vec3 principal;
+    Mat3 axes;
+    eigen(mu, principal, axes);
+
+    std::mt19937 gen(seeds.scan.empty() ? std::random_device("default")() : seeds.scan.front());
+    std::uniform_int_distribution<int> draw(0, std::max(n - 1, 0));
+    std::vector<std::vector<double>> boot(6);  // average, principal 1..3, first half, second half
+    std::vector<int> pick(static_cast<size_t>(n));
+    for (int s = 0; s < kResamples && n > 0; ++s) {
+        for (int& j : pick) j = draw(gen);
+        Vec3 value;
+        Mat3 unused;
+        eigen(tensor_of(pick), value, unused);
+        const double resample[6] = {f3 * mean(r2_all, pick), value[0], value[1], value[2],
+                                    f3 * mean(r2_first, pick), f3 * mean(r2_second, pick)};
+        for (int k = 0; k < 6; ++k) boot[k].push_back(resample[k]);
+    }
+
+    const File f = open_file(kTensorFile, "wt");
+    if (!f) fatal_open(kModule, kLineTensorFile, kTensorFile);
+    std::FILE* out = f.get();
+    std::fprintf(out, "# mobility tensor M, cm^2/(V s): the mobility along a unit direction u is u^T M u\n");
+    std::fprintf(out, "# %d trajectories of %d time points, temperature %g K, time unit %g s\n", nsimu, ntime, temp,
+                 get_track_timeunit());
+    std::fprintf(out, "# tensor in Cartesian axes, rows x, y, z\n");
+    for (const Vec3& row : mu) std::fprintf(out, "%14.6e %14.6e %14.6e\n", row[0], row[1], row[2]);
+    std::fprintf(out, "# principal mobilities, largest first, each with its unit axis x, y, z\n");
+    for (int c = 0; c < 3; ++c)
+        std::fprintf(out, "principal_%d %14.6e   %9.6f %9.6f %9.6f\n", c + 1, principal[c], axes[0][c], axes[1][c], axes[2][c]);
+    std::fprintf(out, "anisotropy %12.4e   (largest / smallest principal mobility)\n", principal[0] / principal[2]);
+    std::fprintf(out, "# mobility along the cell vectors and along the reciprocal directions (a* is normal to b and c)\n");
+    const char* const names[3] = {"a", "b", "c"};
+    for (int c = 0; c < 3; ++c) std::fprintf(out, "along_%s  %14.6e\n", names[c], along(mu, {latt[0][c], latt[1][c], latt[2][c]}));
+    for (int r = 0; r < 3; ++r)
+        std::fprintf(out, "along_%s* %14.6e\n", names[r], along(mu, {latt_inv[r][0], latt_inv[r][1], latt_inv[r][2]}));
+    std::fprintf(out, "# bootstrap over %d resamples of the trajectories: value, standard error (standard deviation\n"
+                      "# of the resamples), 95%% percentile interval low and high, and the half-range the other files report\n",
+                 kResamples);
+    const double values[6] = {f3 * mean(r2_all, all), principal[0], principal[1], principal[2],
+                              f3 * mean(r2_first, all), f3 * mean(r2_second, all)};
+    Spread sp[6];
+    const char* const labels[4] = {"average", "principal_1", "principal_2", "principal_3"};
+    for (int k = 0; k < 6; ++k) sp[k] = n > 1 ? spread_of(boot[k]) : Spread{NAN, NAN, NAN, NAN};
+    for (int k = 0; k < 4; ++k)
+        std::fprintf(out, "%-12s %14.6e %14.6e %14.6e %14.6e %14.6e\n", labels[k], values[k], sp[k].se, sp[k].low,
+                     sp[k].high, sp[k].half_range);
+    std::fprintf(out, "# linearity: the average mobility fitted over the first and over the second half of the\n"
+                      "# time points, each with its standard error\n");
+    std::fprintf(out, "first_half   %14.6e %14.6e\nsecond_half  %14.6e %14.6e\n", values[4], sp[4].se, values[5], sp[5].se);
+    const double combined = std::sqrt(sp[4].se * sp[4].se + sp[5].se * sp[5].se);
+    if (half < 3)
+        std::fprintf(out, "# verdict: too few time points to compare the two halves\n");
+    else if (std::fabs(values[4] - values[5]) > 3.0 * combined)
+        std::fprintf(out, "# verdict: WARNING: the halves differ by more than 3 combined standard errors: the motion is "
+                          "not diffusive over the whole time (a ballistic start, or a saturation)\n");
+    else
+        std::fprintf(out, "# verdict: the halves agree within 3 combined standard errors: the motion is diffusive\n");
+}
