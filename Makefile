@@ -37,12 +37,10 @@ fuzz:
 	  $(FUZZ_BUILD)/fuzz_$$t -max_total_time=$(FUZZ_SECONDS) -timeout=10 -close_fd_mask=3 -print_final_stats=1 \
 	    $(FUZZ_BUILD)/corpus/$$t $(FUZZ_BUILD)/seeds/$$t || exit 1; done
 
-# Runs the tool on a copy of the example working directory in demo/.
+# The demo: writes a crystal, generates its tracks, runs every analysis and draws
+# the pictures (with gnuplot) in demo/run.
 demo: all
-	rm -rf demo/run && mkdir -p demo/run
-	cp -r demo/kelta.inp demo/charge.inp demo/*.mol demo/track demo/run/
-	cd demo/run && ../../$(BUILD)/kelta_mob -binfo
-	@echo "demo output is in demo/run"
+	demo/run_demo.sh $(BUILD) demo/run
 
 bench: all
 	cmake --build $(BUILD) -j $(JOBS) --target kelta_bench_mob
