@@ -9,13 +9,11 @@
 // Runs are in-process on two threads with fixed seeds, so even the bootstrap error
 // columns are exact. UPDATE_CASES=1 rewrites every out/ from what the runs did.
 #include <gtest/gtest.h>
-#include <omp.h>
 
 #include <cstdlib>
 #include <map>
 #include <set>
 
-#include "main_mob.h"
 #include "test_support.h"
 
 using namespace testsupport;
@@ -90,26 +88,16 @@ TEST_P(Cases, RunAsRecorded)
     std::map<fs::path, std::string> inputs;
     for (const fs::path& f : files_under(dir.path())) inputs[f] = read_file(dir.path() / f);
 
-    std::vector<std::string> args = {"kelta_mob"};
-    for (const std::string& a : lines_of(c / "args")) args.push_back(a);
-    std::vector<char*> argv;
-    for (std::string& a : args) argv.push_back(a.data());
     RandomSeeds seeds;
     seeds.ran2 = 12345;
     seeds.scan = {1, 2};
-    const int threads = omp_get_max_threads();
-    omp_set_num_threads(2);
-    int status;
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
+    RunResult r;
     {
         const CaseEnvironment env(c / "env");
-        status = kelta_mob_main(static_cast<int>(argv.size()), argv.data(), seeds);
+        r = run_in_process(lines_of(c / "args"), seeds);
     }
-    const std::string out = testing::internal::GetCapturedStdout();
-    const std::string err = testing::internal::GetCapturedStderr();
-    omp_set_num_threads(threads);
-
+    const std::string &out = r.out, &err = r.err;
+    const int status = r.status;
     expect_recorded(c / "out/stdout", out);
     expect_recorded(c / "out/stderr", err);
     expect_recorded(c / "out/status", std::to_string(status) + "\n", "0\n");

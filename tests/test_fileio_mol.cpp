@@ -1,4 +1,4 @@
-// MDL molfile reader: defects that end the run, V3000 blocks, and the real files.
+// MDL molfile reader: V3000 blocks and the real files.
 #include <filesystem>
 #include <map>
 
@@ -8,21 +8,9 @@ using namespace fileio_test;
 
 static Outcome read_mol(FileIO& f, const std::string& path) { return capture([&] { f.read_data_mol(path.c_str(), 0, false); }); }
 
-TEST(MolReader, DefectsEndTheRunAndV3000BlocksAreSkipped)
+// (Defects that end the run are recorded working directories: mol_* under tests/data/cases.)
+TEST(MolReader, V3000BlocksAreSkipped)
 {
-    const std::pair<std::string, std::string> defects[] = {
-        {"short_counts.mol", "WARNING: Problems reading a MDL file\n         Cannot read atom and bond count\n"
-                             "         Expected standard 6 character atom and bond count\n"},
-        {"atom_list.mol", "WARNING: Problems reading the Count line of an MDL file\n         There may be erroneous "
-                          "addition spaces or\n         the file may contains Atom Lists, which are ignored\n"},
-        {"missing_atoms.mol",
-         "WARNING: Problems reading a MDL file\n         Not enough atoms to match atom count (5) in counts line\n"},
-    };
-    for (const auto& [file, message] : defects) {
-        FileIO f;
-        expect_fatal(read_mol(f, fixture("mol/" + file)), 1, message);
-    }
-
     FileIO f;
     EXPECT_EQ(read_mol(f, fixture("mol/v3000_blocks.mol")).out,
               "WARNING: A molecule contains an R group which is not implemented!\n"

@@ -9,6 +9,7 @@
 #include "test_analysis_oracle.h"
 #include "test_scan_oracle.h"
 #include "test_support.h"
+#include "track_gen.h"
 
 using namespace testsupport;
 
@@ -51,7 +52,10 @@ TEST(TrackReader, SameTablesAsTheStraightforwardReader)
         "1 2 3 4 5\r\n"};
     std::string text = "# header\n";
     for (const std::string& l : odd) text += l;
-    write_random_tracks(dir.path(), 40, 30, 1.0);
+    track_gen::Settings walk;
+    walk.hops = {{{1, 0, 0}, 0.5}, {{0, 1, 0}, 0.3}, {{0, 0, 1}, 0.1}};
+    walk.nsimu = 40, walk.tsimu = 30, walk.tsnap = 1;
+    track_gen::write_tracks(walk, ".");
     write_file("track/track_0001.dat", text);
     write_file("track/track_0002.dat", "#\n0 1 2 3 4\nbad\n");  // short: its last line repeats
     write_file("track/track_0003.dat", "");

@@ -6,7 +6,6 @@
 #include <cmath>
 #include <sstream>
 
-#include "main_mob.h"
 #include "test_support.h"
 #include "track_gen.h"
 
@@ -57,18 +56,12 @@ void run(const track_gen::Settings& s, const std::vector<std::string>& options)
                   s.a[0], s.a[1], s.a[2], s.b[0], s.b[1], s.b[2], s.c[0], s.c[1], s.c[2]);
     write_file("kelta.inp", "&transport\n  molecule = 1 m.mol\n" + std::string(cell) + "  nsimu = " + std::to_string(s.nsimu) +
                                 "\n  tsimu = " + std::to_string(s.tsimu) + "\n  tsnap = " + std::to_string(s.tsnap) + "\n  output_level = 0\n/\n");
-    write_file("m.mol", dimer_mol(0, 0, 0));
+    write_file("m.mol", kDimerMol);
     write_file("charge.inp", "h\n");
-    std::vector<std::string> args = {"kelta_mob"};
-    args.insert(args.end(), options.begin(), options.end());
-    std::vector<char*> argv;
-    for (std::string& a : args) argv.push_back(a.data());
     RandomSeeds seeds;
     seeds.ran2 = 7;
     seeds.scan = {11, 12};
-    testing::internal::CaptureStdout();
-    ASSERT_EQ(kelta_mob_main(static_cast<int>(argv.size()), argv.data(), seeds), 0);
-    testing::internal::GetCapturedStdout();
+    ASSERT_EQ(run_in_process(options, seeds).status, 0);
 }
 
 // The numbers of each line of a file that has some.

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <omp.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +16,8 @@
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "main_mob.h"
 
 namespace testsupport {
 
@@ -97,7 +100,6 @@ struct RunResult {
     int status = -1;
 };
 
-#ifdef KELTA_MOB_EXE  // the benchmarks use the rest without the built tool
 // Runs the built tool in `dir` with the given arguments (each shell-quoted).
 inline RunResult run_tool(const std::filesystem::path& dir, const std::vector<std::string>& args,
                           const std::string& env = "")
@@ -114,62 +116,31 @@ inline RunResult run_tool(const std::filesystem::path& dir, const std::vector<st
     std::filesystem::remove(dir / ".stderr");
     return r;
 }
-#endif
-
-// One carrier position per time point; r2 is written as x^2 + y^2 + z^2.
-struct Point {
-    double x, y, z;
-};
-using Trajectory = std::vector<Point>;
-
-inline void write_track(const std::filesystem::path& dir, int number, const Trajectory& traj,
-                        double tsnap)
-{
-    std::filesystem::create_directories(dir / "track");
-    char name[64];
-    std::snprintf(name, sizeof name, "track/track_%04d.dat", number);
-    std::FILE* f = std::fopen((dir / name).string().c_str(), "w");
-    std::fprintf(f, "#      t,ns         x,angs         y,angs         z,angs         r2,A^2     istep\n");
-    for (size_t t = 0; t < traj.size(); ++t) {
-        const Point& p = traj[t];
-        std::fprintf(f, "%14.6e %14.6e %14.6e %14.6e %14.6e  %d\n", t * tsnap, p.x, p.y, p.z,
-                     p.x * p.x + p.y * p.y + p.z * p.z, static_cast<int>(t) * 3);
-    }
-    std::fclose(f);
-}
-
-// Lattice random walk with anisotropic hop rates; deterministic for a seed.
-inline Trajectory random_walk(std::mt19937& gen, int npoints)
-{
-    static const Point hops[] = {{5, 0, 0}, {-5, 0, 0}, {0, 4, 0}, {0, -4, 0}, {0, 0, 3}, {0, 0, -3}};
-    static const double weight[] = {3, 3, 2, 2, 1, 1};
-    std::discrete_distribution<int> pick(std::begin(weight), std::end(weight));
-    Trajectory t(static_cast<size_t>(npoints), Point{0, 0, 0});
-    for (int i = 1; i < npoints; ++i) {
-        const Point& h = hops[pick(gen)];
-        t[i] = {t[i - 1].x + h.x, t[i - 1].y + h.y, t[i - 1].z + h.z};
-    }
-    return t;
-}
-
-inline void write_random_tracks(const std::filesystem::path& dir, int nsimu, int npoints, double tsnap,
-                                unsigned seed = 11)
-{
-    std::mt19937 gen(seed);
-    for (int j = 1; j <= nsimu; ++j) write_track(dir, j, random_walk(gen, npoints), tsnap);
-}
 
 // A two-atom molecule in V2000 form.
-inline std::string dimer_mol(double x, double y, double z)
+inline const char* const kDimerMol =
+    "dimer\n  test\n\n  2  1  0  0  0  0  0  0  0  0999 V2000\n"
+    "    0.0000    0.0000    0.0000 C   0  0  0  0  0  0  0  0  0  0  0  0\n"
+    "    1.4000    0.0000    0.0000 C   0  0  0  0  0  0  0  0  0  0  0  0\n"
+    "  1  2  1  0\nM  END\n";
+
+// Runs the entry function in-process with the given arguments and seeds, on two
+// threads; the printed output is in out and err.
+inline RunResult run_in_process(std::vector<std::string> args, const RandomSeeds& seeds)
 {
-    char buf[512];
-    std::snprintf(buf, sizeof buf,
-                  "dimer\n  test\n\n  2  1  0  0  0  0  0  0  0  0999 V2000\n"
-                  "%10.4f%10.4f%10.4f C   0  0  0  0  0  0  0  0  0  0  0  0\n"
-                  "%10.4f%10.4f%10.4f C   0  0  0  0  0  0  0  0  0  0  0  0\n"
-                  "  1  2  1  0\nM  END\n",
-                  x, y, z, x + 1.4, y, z);
-    return buf;
+    args.insert(args.begin(), "kelta_mob");
+    std::vector<char*> argv;
+    for (std::string& a : args) argv.push_back(a.data());
+    const int threads = omp_get_max_threads();
+    omp_set_num_threads(2);
+    RunResult r;
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    r.status = kelta_mob_main(static_cast<int>(argv.size()), argv.data(), seeds);
+    r.out = testing::internal::GetCapturedStdout();
+    r.err = testing::internal::GetCapturedStderr();
+    omp_set_num_threads(threads);
+    return r;
 }
 
 }  // namespace testsupport
