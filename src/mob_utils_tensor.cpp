@@ -113,6 +113,52 @@ double mean(const std::vector<double>& v, const std::vector<int>& pick)
     return sum / static_cast<double>(pick.size());
 }
 
+// What mob_tensor.dat reports.
+struct TensorReport {
+    Mat3 mu;            // cm^2/(V s), Cartesian
+    Vec3 principal;     // largest first
+    Mat3 axes;          // columns: the principal axes
+    Vec3 along[2];      // along a, b, c; along a*, b*, c*
+    double value[6];    // average, principal 1..3, first half, second half
+    Spread spread[6];
+    bool halves;        // enough time points to compare the halves
+};
+
+void write_report(std::FILE* out, const TensorReport& r, int nsimu, int ntime, double temp, double unit)
+{
+    std::fprintf(out, "# mobility tensor M, cm^2/(V s): the mobility along a unit direction u is u^T M u\n");
+    std::fprintf(out, "# %d trajectories of %d time points, temperature %g K, time unit %g s\n", nsimu, ntime, temp, unit);
+    std::fprintf(out, "# tensor in Cartesian axes, rows x, y, z\n");
+    for (const Vec3& row : r.mu) std::fprintf(out, "%14.6e %14.6e %14.6e\n", row[0], row[1], row[2]);
+    std::fprintf(out, "# principal mobilities, largest first, each with its unit axis x, y, z\n");
+    for (int c = 0; c < 3; ++c)
+        std::fprintf(out, "principal_%d %14.6e   %9.6f %9.6f %9.6f\n", c + 1, r.principal[c], r.axes[0][c], r.axes[1][c],
+                     r.axes[2][c]);
+    std::fprintf(out, "anisotropy %12.4e   (largest / smallest principal mobility)\n", r.principal[0] / r.principal[2]);
+    std::fprintf(out, "# mobility along the cell vectors and along the reciprocal directions (a* is normal to b and c)\n");
+    for (int c = 0; c < 3; ++c) std::fprintf(out, "along_%c  %14.6e\n", "abc"[c], r.along[0][c]);
+    for (int c = 0; c < 3; ++c) std::fprintf(out, "along_%c* %14.6e\n", "abc"[c], r.along[1][c]);
+    std::fprintf(out, "# bootstrap over %d resamples of the trajectories: value, standard error (standard deviation\n"
+                      "# of the resamples), 95%% percentile interval low and high, and the half-range the other files report\n",
+                 kResamples);
+    const char* const labels[4] = {"average", "principal_1", "principal_2", "principal_3"};
+    for (int k = 0; k < 4; ++k)
+        std::fprintf(out, "%-12s %14.6e %14.6e %14.6e %14.6e %14.6e\n", labels[k], r.value[k], r.spread[k].se,
+                     r.spread[k].low, r.spread[k].high, r.spread[k].half_range);
+    std::fprintf(out, "# linearity: the average mobility fitted over the first and over the second half of the\n"
+                      "# time points, each with its standard error\n");
+    std::fprintf(out, "first_half   %14.6e %14.6e\nsecond_half  %14.6e %14.6e\n", r.value[4], r.spread[4].se, r.value[5],
+                 r.spread[5].se);
+    const double combined = std::hypot(r.spread[4].se, r.spread[5].se);
+    if (!r.halves)
+        std::fprintf(out, "# verdict: too few time points to compare the two halves\n");
+    else if (std::fabs(r.value[4] - r.value[5]) > 3.0 * combined)
+        std::fprintf(out, "# verdict: WARNING: the halves differ by more than 3 combined standard errors: the motion is "
+                          "not diffusive over the whole time (a ballistic start, or a saturation)\n");
+    else
+        std::fprintf(out, "# verdict: the halves agree within 3 combined standard errors: the motion is diffusive\n");
+}
+
 }  // namespace
 
 void Mobutils::mob_tensor(const RandomSeeds& seeds)
@@ -124,10 +170,6 @@ void Mobutils::mob_tensor(const RandomSeeds& seeds)
     const std::vector<Form>& slopes = engine.slope_tensors();
     const std::vector<double> r2_all = r2_slopes(*this, 0, ntime), r2_first = r2_slopes(*this, 0, half),
                               r2_second = r2_slopes(*this, half, ntime);
-
-    // The whole set, then 200 resamples of the trajectories.
-    std::vector<int> all(static_cast<size_t>(n));
-    for (int j = 0; j < n; ++j) all[j] = j;
     const auto tensor_of = [&](const std::vector<int>& pick) {
         Form mean_form{};
         for (const int j : pick)
@@ -137,14 +179,25 @@ void Mobutils::mob_tensor(const RandomSeeds& seeds)
             for (double& v : row) v *= f1;
         return t;
     };
-    const Mat3 mu = tensor_of(all);
-    Vec3 principal;
-    Mat3 axes;
-    eigen(mu, principal, axes);
 
+    TensorReport r;
+    std::vector<int> all(static_cast<size_t>(n));
+    for (int j = 0; j < n; ++j) all[j] = j;
+    r.mu = tensor_of(all);
+    eigen(r.mu, r.principal, r.axes);
+    for (int c = 0; c < 3; ++c) {
+        r.along[0][c] = along(r.mu, {latt[0][c], latt[1][c], latt[2][c]});
+        r.along[1][c] = along(r.mu, {latt_inv[c][0], latt_inv[c][1], latt_inv[c][2]});
+    }
+    const double values[6] = {f3 * mean(r2_all, all), r.principal[0], r.principal[1], r.principal[2],
+                              f3 * mean(r2_first, all), f3 * mean(r2_second, all)};
+    std::copy(values, values + 6, r.value);
+    r.halves = half >= 3;
+
+    // 200 resamples of the trajectories, from a generator of this analysis alone.
     std::mt19937 gen(seeds.scan.empty() ? std::random_device("default")() : seeds.scan.front());
     std::uniform_int_distribution<int> draw(0, std::max(n - 1, 0));
-    std::vector<std::vector<double>> boot(6);  // average, principal 1..3, first half, second half
+    std::vector<std::vector<double>> boot(6);
     std::vector<int> pick(static_cast<size_t>(n));
     for (int s = 0; s < kResamples && n > 0; ++s) {
         for (int& j : pick) j = draw(gen);
@@ -155,44 +208,9 @@ void Mobutils::mob_tensor(const RandomSeeds& seeds)
                                     f3 * mean(r2_first, pick), f3 * mean(r2_second, pick)};
         for (int k = 0; k < 6; ++k) boot[k].push_back(resample[k]);
     }
+    for (int k = 0; k < 6; ++k) r.spread[k] = n > 1 ? spread_of(boot[k]) : Spread{NAN, NAN, NAN, NAN};
 
     const File f = open_file(kTensorFile, "wt");
     if (!f) fatal_open(kModule, kLineTensorFile, kTensorFile);
-    std::FILE* out = f.get();
-    std::fprintf(out, "# mobility tensor M, cm^2/(V s): the mobility along a unit direction u is u^T M u\n");
-    std::fprintf(out, "# %d trajectories of %d time points, temperature %g K, time unit %g s\n", nsimu, ntime, temp,
-                 get_track_timeunit());
-    std::fprintf(out, "# tensor in Cartesian axes, rows x, y, z\n");
-    for (const Vec3& row : mu) std::fprintf(out, "%14.6e %14.6e %14.6e\n", row[0], row[1], row[2]);
-    std::fprintf(out, "# principal mobilities, largest first, each with its unit axis x, y, z\n");
-    for (int c = 0; c < 3; ++c)
-        std::fprintf(out, "principal_%d %14.6e   %9.6f %9.6f %9.6f\n", c + 1, principal[c], axes[0][c], axes[1][c], axes[2][c]);
-    std::fprintf(out, "anisotropy %12.4e   (largest / smallest principal mobility)\n", principal[0] / principal[2]);
-    std::fprintf(out, "# mobility along the cell vectors and along the reciprocal directions (a* is normal to b and c)\n");
-    const char* const names[3] = {"a", "b", "c"};
-    for (int c = 0; c < 3; ++c) std::fprintf(out, "along_%s  %14.6e\n", names[c], along(mu, {latt[0][c], latt[1][c], latt[2][c]}));
-    for (int r = 0; r < 3; ++r)
-        std::fprintf(out, "along_%s* %14.6e\n", names[r], along(mu, {latt_inv[r][0], latt_inv[r][1], latt_inv[r][2]}));
-    std::fprintf(out, "# bootstrap over %d resamples of the trajectories: value, standard error (standard deviation\n"
-                      "# of the resamples), 95%% percentile interval low and high, and the half-range the other files report\n",
-                 kResamples);
-    const double values[6] = {f3 * mean(r2_all, all), principal[0], principal[1], principal[2],
-                              f3 * mean(r2_first, all), f3 * mean(r2_second, all)};
-    Spread sp[6];
-    const char* const labels[4] = {"average", "principal_1", "principal_2", "principal_3"};
-    for (int k = 0; k < 6; ++k) sp[k] = n > 1 ? spread_of(boot[k]) : Spread{NAN, NAN, NAN, NAN};
-    for (int k = 0; k < 4; ++k)
-        std::fprintf(out, "%-12s %14.6e %14.6e %14.6e %14.6e %14.6e\n", labels[k], values[k], sp[k].se, sp[k].low,
-                     sp[k].high, sp[k].half_range);
-    std::fprintf(out, "# linearity: the average mobility fitted over the first and over the second half of the\n"
-                      "# time points, each with its standard error\n");
-    std::fprintf(out, "first_half   %14.6e %14.6e\nsecond_half  %14.6e %14.6e\n", values[4], sp[4].se, values[5], sp[5].se);
-    const double combined = std::sqrt(sp[4].se * sp[4].se + sp[5].se * sp[5].se);
-    if (half < 3)
-        std::fprintf(out, "# verdict: too few time points to compare the two halves\n");
-    else if (std::fabs(values[4] - values[5]) > 3.0 * combined)
-        std::fprintf(out, "# verdict: WARNING: the halves differ by more than 3 combined standard errors: the motion is "
-                          "not diffusive over the whole time (a ballistic start, or a saturation)\n");
-    else
-        std::fprintf(out, "# verdict: the halves agree within 3 combined standard errors: the motion is diffusive\n");
+    write_report(f.get(), r, nsimu, ntime, temp, get_track_timeunit());
 }
