@@ -5,11 +5,11 @@
 
 using namespace fileio_test;
 
-// Carbon atoms at the given fractional positions in a 10 A cube.
-static FileIO carbons(const std::vector<double>& x_s, const std::vector<std::string>& ops = {})
+// Carbon atoms at the given fractional positions in a cube of the given edge.
+static FileIO carbons(const std::vector<double>& x_s, const std::vector<std::string>& ops = {}, double edge = 10)
 {
     FileIO f;
-    const double cell[6] = {10, 10, 10, 90, 90, 90};
+    const double cell[6] = {edge, edge, edge, 90, 90, 90};
     f.cell_cell6_to_latt3x3(cell, f.latt);
     f.symm_ops = ops;
     f.cif_natoms = static_cast<int>(x_s.size() / 3);
@@ -79,4 +79,30 @@ TEST(Separ, WholeMoleculeNeedsEveryAtomBonded)
     const int carbon[3] = {6, 6, 6};
     expect_fatal(capture([&] { f.make_whole_molecule(1, 3, carbon, x.data(), false); }), 1,
                  "Not all atoms are bonded in the molecule!\nnat_bonded = 2, natoms = 3\n");
+}
+
+// Two carbons bond when closer than (0.77 + 0.77) * 1.15 = 1.771 A. In a 4 A cube,
+// x = 0.1 and 0.75 are 2.6 A apart, but 1.4 A through the face: the minimum image
+// shifts the difference by whole cells, as often as needed (coordinates are
+// wrapped once only, so they may lie a cell or more outside). Made whole, the
+// second atom moves next to the first (0.1 - 0.35 = -0.25), and a centre below 0
+// moves the molecule by +1 (to 0.75).
+TEST(Separ, MinimumImageAcrossFaces)
+{
+    const struct {
+        double x2;
+        bool bonded;
+        double whole;
+    } cases[] = {{0.75, true, 0.75}, {-0.55, true, 0.45}, {1.75, true, 0.75}, {-1.2, true, 0.8},
+                 {2.45, true, 0.45}, {0.6, false, 0}, {-0.4, false, 0}};  // 0.5 apart: 2 A
+    for (const auto& c : cases) {
+        FileIO f = carbons({0.1, 0.5, 0.5, c.x2, 0.5, 0.5}, {}, 4.0);
+        capture([&] { f.separate_cif_molecules(false); });
+        EXPECT_EQ(f.cifmol_natoms, (c.bonded ? std::vector<int>{2} : std::vector<int>{1, 1})) << c.x2;
+        if (!c.bonded) continue;
+        std::vector<double> x = f.cif_x_s;
+        const int carbon[2] = {6, 6};
+        capture([&] { f.make_whole_molecule(1, 2, carbon, x.data(), false); });
+        EXPECT_NEAR(x[3], c.whole, 1e-12) << c.x2;
+    }
 }
