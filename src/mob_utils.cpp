@@ -138,8 +138,7 @@ private:
     // Moves what is left to the front and reads until a whole line fits or the file ends.
     void refill()
     {
-        std::memmove(block_.data(), block_.data() + pos_, end_ - pos_);
-        end_ -= pos_;
+        end_ = static_cast<size_t>(std::copy(block_.begin() + pos_, block_.begin() + end_, block_.begin()) - block_.begin());
         pos_ = 0;
         while (end_ < kTrackLineBuffer - 1 && !eof_) {
             const size_t got = std::fread(block_.data() + end_, 1, block_.size() - end_, f_);

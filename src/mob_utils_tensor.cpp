@@ -87,7 +87,10 @@ Spread spread_of(std::vector<double> v)
     const double n = static_cast<double>(v.size());
     double mean = 0.0, ss = 0.0;
     for (const double x : v) mean += x / n;
-    for (const double x : v) ss += (x - mean) * (x - mean);
+    for (const double x : v) {
+        const double dev = x - mean;
+        ss += dev * dev;
+    }
     std::sort(v.begin(), v.end());
     const auto quantile = [&v](double p) {
         const double h = p * static_cast<double>(v.size() - 1);

@@ -1,5 +1,7 @@
 // Structure dispatch, symmetry operations, P1 expansion and whole molecules.
 #include <cmath>
+#include <cstring>
+#include <map>
 
 #include "test_fileio_util.h"
 
@@ -35,6 +37,35 @@ TEST(FileIODispatch, MoleculeModeReadsTheFilesIntoTheGivenCell)
     const double fractions[3] = {(1 - 5 * 2.0 / 12) / 10, 2.0 / 12, 0.2};  // carbon at (1, 2, 3)
     for (int k = 0; k < 3; ++k) EXPECT_NEAR(f.mol_x_s[0][k], fractions[k], 1e-15);
     EXPECT_NEAR(f.mol_mass[0], 12.011 + 2 * 35.4527 + 2 * 1.00794, 1e-9);
+    // C-Cl 1.77 A < (180 + 250) / 250 * 1.15; H-H 1.78 A > (80 + 80) / 250 * 1.15.
+    EXPECT_EQ(f.mol_bonds[0], (std::multimap<int, int>{{1, 2}, {1, 3}, {1, 4}, {1, 5}}));
+}
+
+TEST(FileIOLookups, ElementsCellAndSeeds)
+{
+    FileIO f;
+    char s[4] = "xxx";
+    f.find_element_name_from_index(17, s);
+    EXPECT_STREQ(s, "Cl");
+    f.find_element_name_from_index(6, s);
+    EXPECT_STREQ(s, "C");
+    f.find_element_name_from_mass(12.05, s);
+    EXPECT_STREQ(s, "C ");
+    f.find_element_name_from_mass(0.05, s);  // the dummy entry is never taken
+    EXPECT_STREQ(s, "A ");
+    EXPECT_EQ(f.find_element_index_from_name("cl"), 17);
+    EXPECT_EQ(f.find_element_index_from_name("C1"), -1);
+    EXPECT_EQ(f.find_element_radius_from_name("X"), 9999.99);
+    EXPECT_EQ(f.find_element_radius_from_index_nw(17), 0.99);
+    const double abc[3] = {1, 2, 3};
+    f.set_cell_lattice(abc, 80, 90, 100);
+    EXPECT_EQ(std::vector<double>(f.get_cell_latt(), f.get_cell_latt() + 6), (std::vector<double>{1, 2, 3, 80, 90, 100}));
+    // A search with no members yet returns the first unassigned atom as the seed.
+    const int unassigned[3] = {0, 1, 1};
+    int atom, member;
+    double dist;
+    f.find_bond_atom(3, unassigned, 0, nullptr, &atom, &member, &dist);
+    EXPECT_EQ(std::vector<double>({double(atom), double(member), dist}), (std::vector<double>{1, 0, 0}));
 }
 
 TEST(SymmParse, RowsAndTranslations)
