@@ -411,8 +411,7 @@ double angle_deg(const Vec3& u, const Vec3& v)
 void FileIO::read_crystal_strcuture_files(bool binfo, bool write_files)
 {
     if (mol_input_mode == 1) {
-        resize_mol_slots(mol_count);
-        for (int m = 0; m < mol_count; ++m) {
+        for (int m = 0; m < mol_count; ++m) {  // each read lays out its molecule's slot
             // A count larger than the list of names reads a file without a name.
             const std::string name = m < static_cast<int>(mol_names.size()) ? mol_names[m] : "";
             read_data_mol(name.c_str(), m, binfo);

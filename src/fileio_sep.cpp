@@ -72,31 +72,22 @@ void FileIO::separate_cif_molecules(bool binfo)
     cifmol_atoms.clear();
     std::vector<int> unassigned(static_cast<size_t>(cif_natoms > 0 ? cif_natoms : 0), 1);
     std::vector<int> members;
-    bool seeding = true;
     int closed = 0;
+    // The search returns a seed for an empty molecule, else the lowest unassigned
+    // atom bonded to a member; when it finds none (-1), the molecule is complete.
     while (closed < cif_natoms) {
         int k, m;
         double r;
-        find_bond_atom(cif_natoms, unassigned.data(), static_cast<int>(members.size()),
-                       members.data(), &k, &m, &r);
-        if (seeding && k >= 0) {
-            members.push_back(k);
-            unassigned[k] = 0;
-            seeding = false;
-            continue;
-        }
-        // Not found leaves k = m = -1: the molecule is complete, no radius is read.
-        if (k >= 0 && m >= 0 && (cif_nw_radius[m] + cif_nw_radius[k]) * bond_dis_scale > r) {
+        find_bond_atom(cif_natoms, unassigned.data(), static_cast<int>(members.size()), members.data(), &k, &m, &r);
+        if (k >= 0) {
             members.push_back(k);
             unassigned[k] = 0;
             continue;
         }
-        if (members.empty()) break;  // nothing left to seed from; cannot happen
         cifmol_natoms.push_back(static_cast<int>(members.size()));
         cifmol_atoms.insert(cifmol_atoms.end(), members.begin(), members.end());
         closed += static_cast<int>(members.size());
         members.clear();
-        seeding = true;
     }
     if (binfo) {
         std::printf("  Unit cell nmols  = %d\n  Unit cell natoms =", static_cast<int>(cifmol_natoms.size()));

@@ -75,6 +75,7 @@ TEST(SymmParse, RowsAndTranslations)
         {"x-1/2,y,z", {1, 0, 0}, 0.5},       // -0.5 wrapped once
         {"x+1/2+1/4,y,z", {1, 0, 0}, 0.25},  // a new number replaces the last
         {"1 0 0 0.5 0 1 0 0 0 0 1 0", {1, 0, 0}, 0.5},  // numeric form
+        {"x+1/2Q,y,z", {1, 0, 0}, 0.5},  // characters it does not know are skipped
     };
     for (const auto& c : cases) {
         double R[3][3], t[3];

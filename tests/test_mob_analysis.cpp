@@ -48,7 +48,7 @@ TEST(TrackReader, SameTablesAsTheStraightforwardReader)
         "1e+ 2 3 4 5\n",       "1 2 3 4 5e\n",                   "\v1\f2\r3 4 5\n",
         "12345678901234567890123 2 3 4 5\n", "4e-320 1e400 -1e-400 0.1e-22 9007199254740993\n",
         "1 2 3 4 5" + std::string(300, ' ') + "9 8 7 6 5\n",       std::string("1 2\0 3 4 5\n", 11),
-        "-0 -.0 1.e1 -1.E+01 00012.5e-0003\n", "\n",             "1,2 3 4 5\n",
+        "-0 -.0 1.e1 -1.E+01 00012.5e-0003\n", "\n",             "1,2 3 4 5\n", "1 2 3 4 5 6 7 8 9 10\n",
         "1 2 3 4 5\r\n"};
     std::string text = "# header\n";
     for (const std::string& l : odd) text += l;
