@@ -122,8 +122,8 @@ struct TensorReport {
     Vec3 principal;     // largest first
     Mat3 axes;          // columns: the principal axes
     Vec3 along[2];      // along a, b, c; along a*, b*, c*
-    double value[6];    // average, principal 1..3, first half, second half
-    Spread spread[6];
+    double value[7];    // average, principal 1..3, first half, second half, their difference
+    Spread spread[7];
     bool halves;        // enough time points to compare the halves
 };
 
@@ -152,10 +152,13 @@ void write_report(std::FILE* out, const TensorReport& r, int nsimu, int ntime, d
                       "# time points, each with its standard error\n");
     std::fprintf(out, "first_half   %14.6e %14.6e\nsecond_half  %14.6e %14.6e\n", r.value[4], r.spread[4].se, r.value[5],
                  r.spread[5].se);
-    const double combined = std::hypot(r.spread[4].se, r.spread[5].se);
+    // Both halves come from the same trajectories: their combined standard error is
+    // that of the difference over the same resamples.
+    std::fprintf(out, "difference   %14.6e %14.6e   (second - first, standard error from the same resamples)\n",
+                 r.value[6], r.spread[6].se);
     if (!r.halves)
         std::fprintf(out, "# verdict: too few time points to compare the two halves\n");
-    else if (std::fabs(r.value[4] - r.value[5]) > 3.0 * combined)
+    else if (std::fabs(r.value[6]) > 3.0 * r.spread[6].se)
         std::fprintf(out, "# verdict: WARNING: the halves differ by more than 3 combined standard errors: the motion is "
                           "not diffusive over the whole time (a ballistic start, or a saturation)\n");
     else
@@ -192,26 +195,27 @@ void Mobutils::mob_tensor(const RandomSeeds& seeds)
         r.along[0][c] = along(r.mu, {latt[0][c], latt[1][c], latt[2][c]});
         r.along[1][c] = along(r.mu, {latt_inv[c][0], latt_inv[c][1], latt_inv[c][2]});
     }
-    const double values[6] = {f3 * mean(r2_all, all), r.principal[0], r.principal[1], r.principal[2],
-                              f3 * mean(r2_first, all), f3 * mean(r2_second, all)};
-    std::copy(values, values + 6, r.value);
+    const double first = f3 * mean(r2_first, all), second = f3 * mean(r2_second, all);
+    const double values[7] = {f3 * mean(r2_all, all), r.principal[0], r.principal[1], r.principal[2], first, second,
+                              second - first};
+    std::copy(values, values + 7, r.value);
     r.halves = half >= 3;
 
     // 200 resamples of the trajectories, from a generator of this analysis alone.
     std::mt19937 gen(seeds.scan.empty() ? std::random_device("default")() : seeds.scan.front());
     std::uniform_int_distribution<int> draw(0, std::max(n - 1, 0));
-    std::vector<std::vector<double>> boot(6);
+    std::vector<std::vector<double>> boot(7);
     std::vector<int> pick(static_cast<size_t>(n));
     for (int s = 0; s < kResamples && n > 0; ++s) {
         for (int& j : pick) j = draw(gen);
         Vec3 value;
         Mat3 unused;
         eigen(tensor_of(pick), value, unused);
-        const double resample[6] = {f3 * mean(r2_all, pick), value[0], value[1], value[2],
-                                    f3 * mean(r2_first, pick), f3 * mean(r2_second, pick)};
-        for (int k = 0; k < 6; ++k) boot[k].push_back(resample[k]);
+        const double half1 = f3 * mean(r2_first, pick), half2 = f3 * mean(r2_second, pick);
+        const double resample[7] = {f3 * mean(r2_all, pick), value[0], value[1], value[2], half1, half2, half2 - half1};
+        for (int k = 0; k < 7; ++k) boot[k].push_back(resample[k]);
     }
-    for (int k = 0; k < 6; ++k) r.spread[k] = n > 1 ? spread_of(boot[k]) : Spread{NAN, NAN, NAN, NAN};
+    for (int k = 0; k < 7; ++k) r.spread[k] = n > 1 ? spread_of(boot[k]) : Spread{NAN, NAN, NAN, NAN};
 
     const File f = open_file(kTensorFile, "wt");
     if (!f) fatal_open(kModule, kLineTensorFile, kTensorFile);
