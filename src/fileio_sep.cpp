@@ -2,6 +2,8 @@
 // under periodic boundaries, and making each molecule whole inside the cell.
 #include <cmath>
 #include <cstdio>
+#include <functional>
+#include <queue>
 #include <string>
 
 #include "fileio.h"
@@ -32,6 +34,36 @@ double cartesian_length(const Mat3& latt, const double d[3])
     double r[3];
     mat_vec_mul(latt, d, r);
     return get_magnitude(r);
+}
+
+// Grows one molecule from `seed`, each step adding the lowest-index unassigned
+// atom bonded to any member, as searching again from the first atom at every
+// step does (find_bond_atom, find_bond_atom_one), but testing each member against
+// every atom only once: a cell costs O(N^2) tests instead of O(N^3). bonded(m, k)
+// tests a member and an atom; join(m, k) adds k to the molecule, m being the
+// first member that bonded it. Atoms join in the order the search would add them.
+template <class Bonded, class Join>
+std::vector<int> grow_molecule(int natoms, std::vector<char>& unassigned, int seed, Bonded bonded, Join join)
+{
+    std::vector<int> members = {seed}, partner(static_cast<size_t>(natoms), -1);
+    unassigned[seed] = 0;
+    std::priority_queue<int, std::vector<int>, std::greater<>> found;  // lowest index first
+    for (size_t tested = 0;;) {
+        for (; tested < members.size(); ++tested) {
+            const int m = members[tested];
+            for (int k = 0; k < natoms; ++k)
+                if (unassigned[k] && partner[k] < 0 && bonded(m, k)) {
+                    partner[k] = m;
+                    found.push(k);
+                }
+        }
+        if (found.empty()) return members;
+        const int k = found.top();
+        found.pop();
+        join(partner[k], k);
+        unassigned[k] = 0;
+        members.push_back(k);
+    }
 }
 }  // namespace
 
@@ -70,24 +102,19 @@ void FileIO::separate_cif_molecules(bool binfo)
 {
     cifmol_natoms.clear();
     cifmol_atoms.clear();
-    std::vector<int> unassigned(static_cast<size_t>(cif_natoms > 0 ? cif_natoms : 0), 1);
-    std::vector<int> members;
-    int closed = 0;
-    // The search returns a seed for an empty molecule, else the lowest unassigned
-    // atom bonded to a member; when it finds none (-1), the molecule is complete.
-    while (closed < cif_natoms) {
-        int k, m;
-        double r;
-        find_bond_atom(cif_natoms, unassigned.data(), static_cast<int>(members.size()), members.data(), &k, &m, &r);
-        if (k >= 0) {
-            members.push_back(k);
-            unassigned[k] = 0;
-            continue;
-        }
+    std::vector<char> unassigned(static_cast<size_t>(cif_natoms > 0 ? cif_natoms : 0), 1);
+    const auto bonded = [this](int m, int k) {
+        double d[3];
+        difference(cif_x_s.data(), m, k, d);
+        minimum_image(d);
+        return (cif_nw_radius[m] + cif_nw_radius[k]) * bond_dis_scale > cartesian_length(latt, d);
+    };
+    // Molecules in the order of their lowest-index atom.
+    for (int seed = 0; seed < cif_natoms; ++seed) {
+        if (!unassigned[seed]) continue;
+        const std::vector<int> members = grow_molecule(cif_natoms, unassigned, seed, bonded, [](int, int) {});
         cifmol_natoms.push_back(static_cast<int>(members.size()));
         cifmol_atoms.insert(cifmol_atoms.end(), members.begin(), members.end());
-        closed += static_cast<int>(members.size());
-        members.clear();
     }
     if (binfo) {
         std::printf("  Unit cell nmols  = %d\n  Unit cell natoms =", static_cast<int>(cifmol_natoms.size()));
@@ -144,17 +171,26 @@ void FileIO::make_whole_molecule(int mol_number, int natoms, const int* atypes, 
     const size_t n = static_cast<size_t>(natoms > 0 ? natoms : 0);
     std::vector<double> radius(n);
     for (size_t i = 0; i < n; ++i) radius[i] = find_element_radius_from_index(atypes[i]);
-    std::vector<int> unassigned(n, 1), members;
-    for (size_t step = 0; step < n; ++step) {  // the seed, then one atom per step
-        int k, m;
-        double r;
-        find_bond_atom_one(natoms, x_s, radius.data(), unassigned.data(),
-                           static_cast<int>(members.size()), members.data(), &k, &m, &r);
-        if (k < 0) break;
-        if (!members.empty() && (radius[m] + radius[k]) * bond_dis_scale < r) break;
-        members.push_back(k);
-        unassigned[k] = 0;
-    }
+    std::vector<char> unassigned(n, 1);
+    // Bonded as the atoms lie, or else through a cell face; then the atom moves
+    // to the image next to its partner.
+    const auto image = [&](int m, int k, double d[3]) {
+        difference(x_s, m, k, d);
+        const double cutoff = (radius[m] + radius[k]) * bond_dis_scale;
+        if (cartesian_length(latt, d) < cutoff) return 0;
+        minimum_image(d);
+        return cartesian_length(latt, d) < cutoff ? 1 : -1;
+    };
+    const auto bonded = [&](int m, int k) {
+        double d[3];
+        return image(m, k, d) >= 0;
+    };
+    const auto join = [&](int m, int k) {
+        double d[3];
+        if (image(m, k, d) == 1)
+            for (int c = 0; c < 3; ++c) x_s[3 * k + c] = x_s[3 * m + c] - d[c];
+    };
+    const std::vector<int> members = n ? grow_molecule(natoms, unassigned, 0, bonded, join) : std::vector<int>{};
     if (members.size() < n) {
         fatal("fileio", kLineNotBonded, 1,
               "Not all atoms are bonded in the molecule!\nnat_bonded = " + std::to_string(members.size()) +

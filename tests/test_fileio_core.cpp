@@ -1,7 +1,9 @@
 // Structure dispatch, symmetry operations, P1 expansion and whole molecules.
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <map>
+#include <random>
 
 #include "test_fileio_util.h"
 
@@ -137,4 +139,58 @@ TEST(Separ, MinimumImageAcrossFaces)
         capture([&] { f.make_whole_molecule(1, 2, carbon, x.data(), false); });
         EXPECT_NEAR(x[3], c.whole, 1e-12) << c.x2;
     }
+}
+
+// The molecule searches against the straightforward loops that search again from
+// the first atom at every step (find_bond_atom, find_bond_atom_one), on random
+// cells of 60 carbons whose chains cross the faces.
+TEST(Separ, SameMoleculesAsSearchingFromTheFirstAtom)
+{
+    std::mt19937 gen(3);
+    std::uniform_real_distribution<double> u(-0.2, 1.2);
+    std::vector<int> sizes;
+    for (int cell = 0; cell < 20; ++cell) {
+        std::vector<double> x;
+        for (int i = 0; i < 180; ++i) x.push_back(u(gen));
+        FileIO f = carbons(x, {}, 8.0);
+        f.cif_nw_radius.assign(60, 180 / 250.0);  // the radius of whole molecules: every one can be made whole
+        f.separate_cif_molecules(false);
+        std::vector<int> unassigned(60, 1), members, natoms, atoms;
+        for (int k = 0, m, closed = 0; closed < 60;) {
+            double r;
+            f.find_bond_atom(60, unassigned.data(), static_cast<int>(members.size()), members.data(), &k, &m, &r);
+            if (k >= 0) {
+                members.push_back(k);
+                unassigned[k] = 0;
+                continue;
+            }
+            natoms.push_back(static_cast<int>(members.size()));
+            atoms.insert(atoms.end(), members.begin(), members.end());
+            closed += static_cast<int>(members.size());
+            members.clear();
+        }
+        ASSERT_EQ(f.cifmol_natoms, natoms);
+        ASSERT_EQ(f.cifmol_atoms, atoms);
+        // The first molecule made whole both ways: the same positions, up to the
+        // whole-cell move of its centre.
+        const int n = natoms[0];
+        sizes.push_back(n);
+        std::vector<double> fast, slow;
+        for (int a = 0; a < n; ++a)
+            for (int c = 0; c < 3; ++c) fast.push_back(x[3 * atoms[a] + c]);
+        slow = fast;
+        const std::vector<int> carbon(static_cast<size_t>(n), 6);
+        const std::vector<double> radius(static_cast<size_t>(n), 180 / 250.0);
+        capture([&] { f.make_whole_molecule(1, n, carbon.data(), fast.data(), false); });
+        std::vector<int> left(static_cast<size_t>(n), 1), grown;
+        for (int step = 0, k, m; step < n; ++step) {
+            double r;
+            f.find_bond_atom_one(n, slow.data(), radius.data(), left.data(), static_cast<int>(grown.size()), grown.data(), &k, &m, &r);
+            ASSERT_GE(k, 0);
+            grown.push_back(k);
+            left[k] = 0;
+        }
+        for (int i = 3; i < 3 * n; ++i) EXPECT_NEAR(fast[i] - fast[i % 3], slow[i] - slow[i % 3], 1e-12) << cell << " " << i;
+    }
+    EXPECT_GT(*std::max_element(sizes.begin(), sizes.end()), 10);  // chains long enough to cross faces
 }
