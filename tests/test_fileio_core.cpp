@@ -106,15 +106,6 @@ TEST(SymmExpand, OperationMajorOrderWrapOnceAndOverlapRemoval)
     EXPECT_EQ(g.cif_x_s, (std::vector<double>{0.5, 0.5, 0.5, 0.502, 0.5, 0.5, 0, 0.1, 0.1}));
 }
 
-TEST(Separ, WholeMoleculeNeedsEveryAtomBonded)
-{
-    FileIO f = carbons({});
-    std::vector<double> x = {0.1, 0.1, 0.1, 0.2, 0.1, 0.1, 0.5, 0.5, 0.5};
-    const int carbon[3] = {6, 6, 6};
-    expect_fatal(capture([&] { f.make_whole_molecule(1, 3, carbon, x.data(), false); }), 1,
-                 "Not all atoms are bonded in the molecule!\nnat_bonded = 2, natoms = 3\n");
-}
-
 // Two carbons bond when closer than (0.77 + 0.77) * 1.15 = 1.771 A. In a 4 A cube,
 // x = 0.1 and 0.75 are 2.6 A apart, but 1.4 A through the face: the minimum image
 // shifts the difference by whole cells, as often as needed (coordinates are
