@@ -1,6 +1,6 @@
 // The demo's steps on a reduced number of trajectories: the crystal reads, the
-// tracks generate, every analysis runs, and gnuplot (when installed) draws every
-// picture without a message.
+// tracks generate, every analysis runs, and gnuplot and matplotlib (when
+// installed) draw every picture from the scripts without a message.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -20,7 +20,19 @@ TEST(Demo, RunsAndDrawsEveryPicture)
     const std::string log = read_file("demo.log");
     EXPECT_NE(log.find("*** Succsessfully done."), std::string::npos) << log;
     EXPECT_NE(read_file("run/mob_tensor.dat").find("principal_3"), std::string::npos);
-    if (std::system("gnuplot --version > /dev/null 2>&1") != 0) GTEST_SKIP() << "gnuplot is not installed";
-    for (const char* png : {"mob_plane_xy", "mob_plane_xz", "mob_plane_yz", "mob_direction_all"})
-        EXPECT_EQ(read_file(fs::path("run") / (std::string(png) + ".png")).rfind("\x89PNG\r\n\x1a\n", 0), 0u) << png;
+    // The EPS scripts and the Python scripts too, where gnuplot and matplotlib are.
+    const bool gnuplot = std::system("gnuplot --version > /dev/null 2>&1") == 0;
+    const bool python = std::system("/usr/bin/python3 -c 'import matplotlib, numpy' > /dev/null 2>&1") == 0;
+    for (const std::string b : {"mob_plane_xy", "mob_plane_xz", "mob_plane_yz", "mob_direction_all"}) {
+        if (gnuplot) {
+            EXPECT_EQ(read_file("run/" + b + ".png").rfind("\x89PNG\r\n\x1a\n", 0), 0u) << b;
+            EXPECT_EQ(std::system(("cd run && gnuplot " + b + ".gnu > ../plot.log 2>&1").c_str()), 0) << read_file("plot.log");
+            EXPECT_EQ(read_file("run/" + b + ".eps").rfind("%!PS-Adobe", 0), 0u) << b;
+        }
+        if (python) {
+            EXPECT_EQ(std::system(("cd run && MPLBACKEND=Agg /usr/bin/python3 " + b + ".py > ../plot.log 2>&1").c_str()), 0)
+                << read_file("plot.log");
+        }
+    }
+    if (!gnuplot || !python) GTEST_SKIP() << "gnuplot or Debian's python3 with matplotlib is not installed";
 }

@@ -104,22 +104,3 @@ TEST(SequentialBootstrap, SameAsFittingWholeResampleCurves)
             EXPECT_NEAR(fast, slow, 1e-10 * std::fabs(slow));
         }
 }
-
-TEST(AverageMobility, HandCheckedCurve)
-{
-    // r2 of two trajectories: 0 2 4 and 0 4 8, so the mean curve 0 3 6 has slope 3
-    // A^2/ns: mobility 3e-16 / (0.0001724 * 300 * 1e-9 * 3) cm^2/Vs.
-    const ScratchDir dir;
-    write_file("track/track_0001.dat", "#\n0 1 1 0 0\n1 1 1 0 2\n2 2 0 0 4\n");
-    write_file("track/track_0002.dat", "#\n0 0 0 0 0\n1 2 0 0 4\n2 2 2 0 8\n");
-    Analysis a(2, 3);
-    a.output_level = 4;
-    testing::internal::CaptureStdout();
-    a.readin_track_data();
-    a.mob_average();
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Reading track data...\nTreating mob_average...\n");
-    const std::string mob = read_file("mob.dat");
-    EXPECT_NEAR(std::atof(mob.substr(mob.find(':') + 1).c_str()), 3e-16 / (0.0001724 * 300 * 1e-9 * 3), 1e-12);
-    EXPECT_EQ(read_file("aver_track.dat"),
-              "  0.000000e+00   0.000000e+00\n  1.000000e+00   3.000000e+00\n  2.000000e+00   6.000000e+00\n");
-}
