@@ -2,7 +2,6 @@
 //   args     the command-line arguments, one per line (optional)
 //   base     another case whose in/ is laid down first (optional)
 //   remove   paths deleted after the inputs are laid down (optional)
-//   env      NAME=VALUE lines set for the run (no KELTA_* variable is set otherwise)
 //   in/      the input files
 //   out/     stdout, stderr and status of the run (an absent file: empty, or 0), and
 //            files: every file the run writes, each after a "==> name <==" line
@@ -55,27 +54,6 @@ void lay_inputs(const fs::path& c, const fs::path& dir)
     for (const std::string& r : lines_of(c / "remove")) fs::remove_all(dir / r);
 }
 
-// The case's own environment variables, set for one run (test_support.h has
-// cleared every KELTA_* variable of the caller).
-class CaseEnvironment {
-public:
-    explicit CaseEnvironment(const fs::path& env_file)
-    {
-        for (const std::string& line : lines_of(env_file)) {
-            const size_t eq = line.find('=');
-            names_.push_back(line.substr(0, eq));
-            setenv(names_.back().c_str(), line.substr(eq + 1).c_str(), 1);
-        }
-    }
-    ~CaseEnvironment()
-    {
-        for (const std::string& n : names_) unsetenv(n.c_str());
-    }
-
-private:
-    std::vector<std::string> names_;
-};
-
 class Cases : public testing::TestWithParam<std::string> {};
 
 }  // namespace
@@ -91,16 +69,10 @@ TEST_P(Cases, RunAsRecorded)
     RandomSeeds seeds;
     seeds.ran2 = 12345;
     seeds.scan = {1, 2};
-    RunResult r;
-    {
-        const CaseEnvironment env(c / "env");
-        r = run_in_process(lines_of(c / "args"), seeds);
-    }
-    const std::string &out = r.out, &err = r.err;
-    const int status = r.status;
-    expect_recorded(c / "out/stdout", out);
-    expect_recorded(c / "out/stderr", err);
-    expect_recorded(c / "out/status", std::to_string(status) + "\n", "0\n");
+    const RunResult r = run_in_process(lines_of(c / "args"), seeds);
+    expect_recorded(c / "out/stdout", r.out);
+    expect_recorded(c / "out/stderr", r.err);
+    expect_recorded(c / "out/status", std::to_string(r.status) + "\n", "0\n");
     // Every file the run wrote or changed, one after the other under its name.
     std::string written;
     for (const fs::path& f : files_under(dir.path())) {

@@ -5,9 +5,9 @@
 #include <map>
 #include <random>
 
-#include "test_fileio_util.h"
+#include "test_support.h"
 
-using namespace fileio_test;
+using namespace testsupport;
 
 // Carbon atoms at the given fractional positions in a cube of the given edge.
 static FileIO carbons(const std::vector<double>& x_s, const std::vector<std::string>& ops = {}, double edge = 10)

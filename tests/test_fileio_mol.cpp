@@ -2,9 +2,9 @@
 #include <filesystem>
 #include <map>
 
-#include "test_fileio_util.h"
+#include "test_support.h"
 
-using namespace fileio_test;
+using namespace testsupport;
 
 static Outcome read_mol(FileIO& f, const std::string& path) { return capture([&] { f.read_data_mol(path.c_str(), 0, false); }); }
 

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -115,6 +116,30 @@ inline RunResult run_tool(const std::filesystem::path& dir, const std::vector<st
     std::filesystem::remove(dir / ".stdout");
     std::filesystem::remove(dir / ".stderr");
     return r;
+}
+
+inline std::string fixture(const std::string& name) { return std::string(KELTA_TEST_DATA) + "/" + name; }
+inline std::string shared_file(const std::string& name) { return std::string(KELTA_SHARED_DATA) + "/" + name; }
+
+// What a call printed, and the status it ended the run with (INT_MIN: it returned).
+struct Outcome {
+    int status = INT_MIN;
+    std::string out, err;
+};
+
+inline Outcome capture(const std::function<void()>& call)
+{
+    Outcome o;
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    try {
+        call();
+    } catch (const RunExit& e) {
+        o.status = e.status();
+    }
+    o.out = testing::internal::GetCapturedStdout();
+    o.err = testing::internal::GetCapturedStderr();
+    return o;
 }
 
 // A two-atom molecule in V2000 form.
