@@ -57,7 +57,9 @@ TEST(CifCrystal, MoleculesAreWholeAndCentredInTheCell)
         EXPECT_EQ(f.symm_ops.size(), c.ops);
         EXPECT_EQ(f.cif_labels.size(), c.rows);
         EXPECT_EQ(o.status, c.fatal.empty() ? INT_MIN : -1);
-        if (!c.fatal.empty()) EXPECT_EQ(o.out.substr(o.out.rfind(" : \n") + 4), c.fatal) << o.out;
+        if (!c.fatal.empty()) {
+            EXPECT_EQ(o.out.substr(o.out.rfind(" : \n") + 4), c.fatal) << o.out;
+        }
         std::vector<int> sizes = f.mol_natoms;
         std::sort(sizes.begin(), sizes.end());
         EXPECT_EQ(sizes, c.molecules);
