@@ -1,5 +1,4 @@
-// Track reading and the average and axis mobilities against the straightforward
-// versions, and on a curve worked out by hand.
+// Track reading and the average and axis bootstrap against the straightforward versions.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -14,18 +13,6 @@
 using namespace testsupport;
 
 namespace {
-
-// An analysis object as main leaves it before reading, without structure files.
-struct Analysis : Mobutils {
-    Analysis(int nsimu_, int ntime_)
-    {
-        set_varables_default();
-        nsimu = nsimu_;
-        ntime = ntime_;
-        output_level = 0;
-        latt = Mat3{{{10, 0, 0}, {0, 12, 0}, {0, 0, 15}}};
-    }
-};
 
 bool same_bits(const Table& a, const Table& b, int rows, int cols)
 {
@@ -59,7 +46,8 @@ TEST(TrackReader, SameTablesAsTheStraightforwardReader)
     write_file("track/track_0001.dat", text);
     write_file("track/track_0002.dat", "#\n0 1 2 3 4\nbad\n");  // short: its last line repeats
     write_file("track/track_0003.dat", "");
-    Analysis fast(40, 25), straight(40, 25);
+    Mobutils fast, straight;
+    for (Mobutils* m : {&fast, &straight}) m->nsimu = 40, m->ntime = 25;
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     fast.readin_track_data();

@@ -1,5 +1,5 @@
-// Shared test scaffolding: a scratch working directory, file helpers, running
-// the built tool, and a generator of track files.
+// Shared test scaffolding: a scratch working directory, file helpers, recorded
+// results, and runs of the tool in-process and as its own process.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,12 +8,10 @@
 #include <unistd.h>
 
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -102,17 +100,12 @@ struct RunResult {
 };
 
 // Runs the built tool in `dir` with the given arguments (each shell-quoted).
-inline RunResult run_tool(const std::filesystem::path& dir, const std::vector<std::string>& args,
-                          const std::string& env = "")
+inline RunResult run_tool(const std::filesystem::path& dir, const std::vector<std::string>& args)
 {
-    std::string cmd = "cd '" + dir.string() + "' && " + env + " '" KELTA_MOB_EXE "'";
+    std::string cmd = "cd '" + dir.string() + "' && '" KELTA_MOB_EXE "'";
     for (const std::string& a : args) cmd += " '" + a + "'";
-    cmd += " > .stdout 2> .stderr";
-    const int rc = std::system(cmd.c_str());
-    RunResult r;
-    r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : 1000;
-    r.out = read_file(dir / ".stdout");
-    r.err = read_file(dir / ".stderr");
+    const int rc = std::system((cmd + " > .stdout 2> .stderr").c_str());
+    const RunResult r = {read_file(dir / ".stdout"), read_file(dir / ".stderr"), WIFEXITED(rc) ? WEXITSTATUS(rc) : 1000};
     std::filesystem::remove(dir / ".stdout");
     std::filesystem::remove(dir / ".stderr");
     return r;
