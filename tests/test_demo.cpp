@@ -17,8 +17,7 @@ TEST(Demo, RunsAndDrawsEveryPicture)
     const int status = std::system(("'" KELTA_DEMO_SCRIPT "' '" + build + "' run 200 > demo.log 2> demo.err").c_str());
     ASSERT_EQ(status, 0) << read_file("demo.log") << read_file("demo.err");
     EXPECT_EQ(read_file("demo.err"), "");  // gnuplot says nothing when it draws
-    const std::string log = read_file("demo.log");
-    EXPECT_NE(log.find("*** Succsessfully done."), std::string::npos) << log;
+    EXPECT_NE(read_file("demo.log").find("*** Succsessfully done."), std::string::npos) << read_file("demo.log");
     EXPECT_NE(read_file("run/mob_tensor.dat").find("principal_3"), std::string::npos);
     // The EPS scripts and the Python scripts too, where gnuplot and matplotlib are.
     const bool gnuplot = std::system("gnuplot --version > /dev/null 2>&1") == 0;
