@@ -229,12 +229,7 @@ double FileIO::centre_of_mass(int natoms, const int* atypes, const double* x_s, 
             plain[d] += x_s[3 * i + d];
         }
     }
-    for (int d = 0; d < 3; ++d) {
-        if (total > 0.0)
-            com[d] = sum[d] / total;
-        else
-            com[d] = natoms > 0 ? plain[d] / natoms : 0.0;
-    }
+    for (int d = 0; d < 3; ++d) com[d] = total > 0.0 ? sum[d] / total : plain[d] / natoms;
     return total;
 }
 

@@ -146,7 +146,8 @@ public:
 
     // Mass-weighted mean of n fractional triples into com[3]; returns the total mass.
     // Unknown elements weigh nothing; when nothing weighs (all unknown), the plain
-    // mean is taken so that the centre is still a point of the molecule.
+    // mean is taken so that the centre is still a point of the molecule (a molecule
+    // without atoms has no centre: not a number, and no neighbours either).
     double centre_of_mass(int natoms, const int* atypes, const double* x_s, double* com) const;
     // mol_mass, mol_com_s and mol_com of every molecule; the neighbour list orders by them.
     void fill_mass_and_centres();

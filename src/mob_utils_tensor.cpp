@@ -92,10 +92,10 @@ Spread spread_of(std::vector<double> v)
         ss += dev * dev;
     }
     std::sort(v.begin(), v.end());
-    const auto quantile = [&v](double p) {
+    const auto quantile = [&v](double p) {  // p < 1, and two values at least
         const double h = p * static_cast<double>(v.size() - 1);
         const size_t lo = static_cast<size_t>(h);
-        return lo + 1 < v.size() ? v[lo] + (h - static_cast<double>(lo)) * (v[lo + 1] - v[lo]) : v[lo];
+        return v[lo] + (h - static_cast<double>(lo)) * (v[lo + 1] - v[lo]);
     };
     return {std::sqrt(ss / (n - 1.0)), quantile(0.025), quantile(0.975), (v.back() - v.front()) * 0.5};
 }
@@ -144,7 +144,7 @@ void write_report(std::FILE* out, const TensorReport& r, int nsimu, int ntime, d
     std::fprintf(out, "# bootstrap over %d resamples of the trajectories: value, standard error (standard deviation\n"
                       "# of the resamples), 95%% percentile interval low and high, and the half-range the other files report\n",
                  kResamples);
-    const char* const labels[4] = {"average", "principal_1", "principal_2", "principal_3"};
+    const char* const labels[] = {"average", "principal_1", "principal_2", "principal_3"};
     for (int k = 0; k < 4; ++k)
         std::fprintf(out, "%-12s %14.6e %14.6e %14.6e %14.6e %14.6e\n", labels[k], r.value[k], r.spread[k].se,
                      r.spread[k].low, r.spread[k].high, r.spread[k].half_range);

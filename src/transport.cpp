@@ -87,12 +87,12 @@ void Transport::build_neighbor_list(bool verbose)
     const size_t cap = static_cast<size_t>(NNEIMAX);
 
     num_neighbors.assign(nmol, 0);
-    neighbor_ids.assign(nmol, std::vector<int>(cap, 0));
-    neighbor_cell_a.assign(nmol, std::vector<int>(cap, 0));
-    neighbor_cell_b.assign(nmol, std::vector<int>(cap, 0));
-    neighbor_cell_c.assign(nmol, std::vector<int>(cap, 0));
-    neighbor_flag.assign(nmol, std::vector<int>(cap, 0));
-    neighbor_rsq.assign(nmol, std::vector<double>(cap, 0.0));
+    neighbor_ids.assign(nmol, std::vector<int>(cap));
+    neighbor_cell_a.assign(nmol, std::vector<int>(cap));
+    neighbor_cell_b.assign(nmol, std::vector<int>(cap));
+    neighbor_cell_c.assign(nmol, std::vector<int>(cap));
+    neighbor_flag.assign(nmol, std::vector<int>(cap));
+    neighbor_rsq.assign(nmol, std::vector<double>(cap));
     neighbor_vec.assign(nmol, std::vector<Vec3>(cap, Vec3{}));
     mol_vec.assign(nmol, Vec3{});
 

@@ -62,6 +62,12 @@ TEST(FileIOLookups, ElementsCellAndSeeds)
     const double abc[3] = {1, 2, 3};
     f.set_cell_lattice(abc, 80, 90, 100);
     EXPECT_EQ(std::vector<double>(f.get_cell_latt(), f.get_cell_latt() + 6), (std::vector<double>{1, 2, 3, 80, 90, 100}));
+    f.latt = {{{2, 0, 0}, {0, 4, 0}, {0, 0, 5}}}, f.latt_inv = {{{0.5, 0, 0}, {0, 0.25, 0}, {0, 0, 0.2}}};
+    double x = 1, y = 1, z = 1;
+    f.coord_f2c(x, y, z);
+    EXPECT_EQ(Vec3({x, y, z}), Vec3({2, 4, 5}));
+    f.coord_c2f(x, y, z);
+    EXPECT_EQ(Vec3({x, y, z}), Vec3({1, 1, 1}));
     // A search with no members yet returns the first unassigned atom as the seed.
     const int unassigned[3] = {0, 1, 1};
     int atom, member;
@@ -78,6 +84,7 @@ TEST(SymmParse, RowsAndTranslations)
         {"x+1/2+1/4,y,z", {1, 0, 0}, 0.25},  // a new number replaces the last
         {"1 0 0 0.5 0 1 0 0 0 0 1 0", {1, 0, 0}, 0.5},  // numeric form
         {"x+1/2Q,y,z", {1, 0, 0}, 0.5},  // characters it does not know are skipped
+        {"x+1/9,y,z", {1, 0, 0}, 1.0 / 9},
     };
     for (const auto& c : cases) {
         double R[3][3], t[3];

@@ -39,15 +39,16 @@ TEST(TrackReader, SameTablesAsTheStraightforwardReader)
         "1 2 3 4 5\r\n"};
     std::string text = "# header\n";
     for (const std::string& l : odd) text += l;
+    for (int e = -16; e <= 28; ++e) text += "1.234567e" + std::to_string(e) + " -9.876543e" + std::to_string(e) + " 0 0 0\n";
     track_gen::Settings walk;
     walk.hops = {{{1, 0, 0}, 0.5}, {{0, 1, 0}, 0.3}, {{0, 0, 1}, 0.1}};
-    walk.nsimu = 40, walk.tsimu = 30, walk.tsnap = 1;
+    walk.nsimu = 40, walk.tsimu = 1000, walk.tsnap = 1;  // files longer than the reader's 64 kB blocks
     track_gen::write_tracks(walk, ".");
     write_file("track/track_0001.dat", text);
     write_file("track/track_0002.dat", "#\n0 1 2 3 4\nbad\n");  // short: its last line repeats
     write_file("track/track_0003.dat", "");
     Mobutils fast, straight;
-    for (Mobutils* m : {&fast, &straight}) m->nsimu = 40, m->ntime = 25;
+    for (Mobutils* m : {&fast, &straight}) m->nsimu = 40, m->ntime = 900;
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     fast.readin_track_data();
@@ -58,11 +59,11 @@ TEST(TrackReader, SameTablesAsTheStraightforwardReader)
               "taken as not moving\n");
     testing::internal::GetCapturedStdout();
     ASSERT_TRUE(analysisoracle::straight_read(straight));
-    EXPECT_EQ(std::memcmp(fast.track_time.data(), straight.track_time.data(), 25 * sizeof(double)), 0);
-    EXPECT_TRUE(same_bits(fast.track_x, straight.track_x, 40, 25));
-    EXPECT_TRUE(same_bits(fast.track_y, straight.track_y, 40, 25));
-    EXPECT_TRUE(same_bits(fast.track_z, straight.track_z, 40, 25));
-    EXPECT_TRUE(same_bits(fast.track_r2, straight.track_r2, 40, 25));
+    EXPECT_EQ(std::memcmp(fast.track_time.data(), straight.track_time.data(), 900 * sizeof(double)), 0);
+    EXPECT_TRUE(same_bits(fast.track_x, straight.track_x, 40, 900));
+    EXPECT_TRUE(same_bits(fast.track_y, straight.track_y, 40, 900));
+    EXPECT_TRUE(same_bits(fast.track_z, straight.track_z, 40, 900));
+    EXPECT_TRUE(same_bits(fast.track_r2, straight.track_r2, 40, 900));
 }
 
 // The mean of the drawn trajectories' slopes against the fit of the mean of

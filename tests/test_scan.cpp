@@ -43,7 +43,7 @@ TEST(ScanEngine, EveryDirectionAsTheLiteralProcedure)
         int nsimu, ntime;
     } cases[] = {{"random walks", 40, 15}, {"nan point", 40, 15}, {"infinite point", 40, 15},
                  {"huge point", 40, 15},   {"along a line", 30, 15}, {"in a plane", 30, 15},
-                 {"one trajectory", 1, 15}, {"identical", 30, 15},  {"no trajectories", 0, 15},
+                 {"one trajectory", 1, 15}, {"identical", 30, 15},  {"no trajectories", 0, 15}, {"shifted", 30, 15},
                  {"two time points", 10, 2}};
     for (const auto& c : cases)
         for (int threads = 1; threads <= 3; ++threads) {
@@ -55,6 +55,7 @@ TEST(ScanEngine, EveryDirectionAsTheLiteralProcedure)
                     double &x = m.track_x[j][t], &y = m.track_y[j][t], &z = m.track_z[j][t];
                     if (c.what == "along a line") y = x, z = 0;  // the diagonal of the xy plane
                     if (c.what == "in a plane") z = 0;
+                    if (c.what == "shifted") x += 7, z -= 3;  // positions that do not start at 0
                     if (c.what == "identical") x = m.track_x[0][t], y = m.track_y[0][t], z = m.track_z[0][t];
                 }
             if (c.what == "nan point") m.track_z[3][5] = NAN;
