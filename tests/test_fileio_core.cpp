@@ -41,6 +41,11 @@ TEST(FileIODispatch, MoleculeModeReadsTheFilesIntoTheGivenCell)
     EXPECT_NEAR(f.mol_mass[0], 12.011 + 2 * 35.4527 + 2 * 1.00794, 1e-9);
     // C-Cl 1.77 A < (180 + 250) / 250 * 1.15; H-H 1.78 A > (80 + 80) / 250 * 1.15.
     EXPECT_EQ(f.mol_bonds[0], (std::multimap<int, int>{{1, 2}, {1, 3}, {1, 4}, {1, 5}}));
+    // The side files the suite's other stages read (this tool never asks for them).
+    const ScratchDir dir;
+    capture([&] { f.read_crystal_strcuture_files(false, true); });
+    EXPECT_EQ(read_file("kelta_files/mol1_bonds.dat"), "4\n  1   2  0  0\n  1   3  0  0\n  1   4  0  0\n  1   5  0  0\n");
+    EXPECT_EQ(read_file("kelta_files/cellvec.dat"), "a =        10         0         0\nb =         5        12         0\nc =         0         0        15\n");
 }
 
 TEST(FileIOLookups, ElementsCellAndSeeds)
