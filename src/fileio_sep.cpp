@@ -1,5 +1,6 @@
 // Molecule separation: grouping the atoms of the P1 cell into bonded molecules
 // under periodic boundaries, and making each molecule whole inside the cell.
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <functional>
@@ -102,7 +103,7 @@ void FileIO::separate_cif_molecules(bool binfo)
 {
     cifmol_natoms.clear();
     cifmol_atoms.clear();
-    std::vector<char> unassigned(static_cast<size_t>(cif_natoms > 0 ? cif_natoms : 0), 1);
+    std::vector<char> unassigned(static_cast<size_t>(std::max(cif_natoms, 0)), true);
     const auto bonded = [this](int m, int k) {
         double d[3];
         difference(cif_x_s.data(), m, k, d);
@@ -171,7 +172,7 @@ void FileIO::make_whole_molecule(int mol_number, int natoms, const int* atypes, 
     const size_t n = static_cast<size_t>(natoms > 0 ? natoms : 0);
     std::vector<double> radius(n);
     for (size_t i = 0; i < n; ++i) radius[i] = find_element_radius_from_index(atypes[i]);
-    std::vector<char> unassigned(n, 1);
+    std::vector<char> unassigned(n, true);
     // Bonded as the atoms lie, or else through a cell face; then the atom moves
     // to the image next to its partner.
     const auto image = [&](int m, int k, double d[3]) {
