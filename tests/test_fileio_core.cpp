@@ -60,6 +60,8 @@ TEST(FileIOLookups, ElementsCellAndSeeds)
     EXPECT_STREQ(s, "C ");
     f.find_element_name_from_mass(0.05, s);  // the dummy entry is never taken
     EXPECT_STREQ(s, "A ");
+    f.find_element_name_from_mass(1.0, s);
+    EXPECT_STREQ(s, "H ");
     EXPECT_EQ(f.find_element_index_from_name("cl"), 17);
     EXPECT_EQ(f.find_element_index_from_name("C1"), -1);
     EXPECT_EQ(f.find_element_radius_from_name("X"), 9999.99);
@@ -68,11 +70,11 @@ TEST(FileIOLookups, ElementsCellAndSeeds)
     f.set_cell_lattice(abc, 80, 90, 100);
     EXPECT_EQ(std::vector<double>(f.get_cell_latt(), f.get_cell_latt() + 6), (std::vector<double>{1, 2, 3, 80, 90, 100}));
     f.latt = {{{2, 0, 0}, {0, 4, 0}, {0, 0, 5}}}, f.latt_inv = {{{0.5, 0, 0}, {0, 0.25, 0}, {0, 0, 0.2}}};
-    double x = 1, y = 1, z = 1;
+    double x = 1, y = 2, z = 3;
     f.coord_f2c(x, y, z);
-    EXPECT_EQ(Vec3({x, y, z}), Vec3({2, 4, 5}));
+    EXPECT_EQ(Vec3({x, y, z}), Vec3({2, 8, 15}));
     f.coord_c2f(x, y, z);
-    EXPECT_EQ(Vec3({x, y, z}), Vec3({1, 1, 1}));
+    EXPECT_EQ(Vec3({x, y, z}), Vec3({1, 2, 3}));
     // A search with no members yet returns the first unassigned atom as the seed.
     const int unassigned[3] = {0, 1, 1};
     int atom, member;
