@@ -58,7 +58,7 @@ void run(const track_gen::Settings& s, const std::vector<std::string>& options)
     for (const auto& [key, v] : {std::pair{"a", s.a}, {"b", s.b}, {"c", s.c}})
         inp << "\n vector_" << key << " = " << v[0] << " " << v[1] << " " << v[2];
     write_file("kelta.inp", inp.str() + "\n output_level = 0\n/\n");
-    write_file("m.mol", kDimerMol);
+    std::filesystem::copy_file(fixture("cases/mol_oblique_scans/in/water.mol"), "m.mol");
     write_file("charge.inp", "h\n");
     RandomSeeds seeds;
     seeds.ran2 = 7;

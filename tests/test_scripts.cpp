@@ -1,16 +1,10 @@
 // Plot scripts: their exact texts (the demo test runs them).
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "mob_utils.h"
 #include "test_support.h"
 
 using namespace testsupport;
-
-namespace {
-
-}  // namespace
 
 // The six writers at max = 2.5 (R = 3 prints "[-3:3]", T = 0.6875 prints "0.7")
 // and at max = 0, compared with texts checked line by line against the plot

@@ -135,13 +135,6 @@ inline Outcome capture(const std::function<void()>& call)
     return o;
 }
 
-// A two-atom molecule in V2000 form.
-inline const char* const kDimerMol =
-    "dimer\n  test\n\n  2  1  0  0  0  0  0  0  0  0999 V2000\n"
-    "    0.0000    0.0000    0.0000 C   0  0  0  0  0  0  0  0  0  0  0  0\n"
-    "    1.4000    0.0000    0.0000 C   0  0  0  0  0  0  0  0  0  0  0  0\n"
-    "  1  2  1  0\nM  END\n";
-
 // Runs the entry function in-process with the given arguments and seeds, on two
 // threads; the printed output is in out and err.
 inline RunResult run_in_process(std::vector<std::string> args, const RandomSeeds& seeds)
