@@ -117,6 +117,11 @@ TEST(SymmExpand, OperationMajorOrderWrapOnceAndOverlapRemoval)
     FileIO g = carbons({0.5, 0.5, 0.5, 0.5005, 0.5, 0.5, 0.502, 0.5, 0.5, 0, 0.1, 0.1, 0.9999, 0.1, 0.1}, {"x,y,z"});
     capture([&] { g.make_spacegroup_P1(3); });
     EXPECT_EQ(g.cif_x_s, (std::vector<double>{0.5, 0.5, 0.5, 0.502, 0.5, 0.5, 0, 0.1, 0.1}));
+    // The detail print, which the expansion makes when asked.
+    FileIO h = carbons({0.5, 0.5, 0.5}, {"-y,x+1/2,z"});
+    h.flag_detail_print = true;
+    EXPECT_EQ(capture([&] { h.make_spacegroup_P1(3); }).out, ">> operations: -y,x+1/2,z\nmatrix:\n   0  -1   0\n"
+                                                            "   1   0   0\n   0   0   1\nvector: 0 0.5 0\n-------------------\n");
 }
 
 // Two carbons bond when closer than (0.77 + 0.77) * 1.15 = 1.771 A. In a 4 A cube,
@@ -142,6 +147,15 @@ TEST(Separ, MinimumImageAcrossFaces)
         const int carbon[2] = {6, 6};
         capture([&] { f.make_whole_molecule(1, 2, carbon, x.data(), false); });
         EXPECT_NEAR(x[3], c.whole, 1e-12) << c.x2;
+        EXPECT_LT(std::fabs(x[3] - x[0]), 0.5) << c.x2;  // the atoms side by side
+    }
+    // A centre outside the cell by no more than 2^-24 stays where it is.
+    for (const double x0 : {1.0000000596046448, -5.96046448e-08}) {
+        FileIO f = carbons({});
+        double x[3] = {x0, 0.5, 0.5};
+        const int carbon[1] = {6};
+        f.make_whole_molecule(1, 1, carbon, x, false);
+        EXPECT_EQ(x[0], x0);
     }
 }
 
