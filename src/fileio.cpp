@@ -315,14 +315,14 @@ void FileIO::get_cif_lattice_vectors(double* a, double* b, double* c) const
 void FileIO::resize_mol_slots(int count)
 {
     const size_t n = static_cast<size_t>(count > 0 ? count : 0);
-    mol_natoms.resize(n, 0);
+    mol_natoms.resize(n);
     mol_atypes.resize(n);
     mol_x.resize(n);
     mol_x_s.resize(n);
-    mol_ids.resize(n, 0);
-    mol_mass.resize(n, 0.0);
-    mol_com.resize(3 * n, 0.0);
-    mol_com_s.resize(3 * n, 0.0);
+    mol_ids.resize(n);
+    mol_mass.resize(n);
+    mol_com.resize(3 * n);
+    mol_com_s.resize(3 * n);
 }
 
 // Lays out the separated CIF molecules as per-molecule arrays, atoms in the

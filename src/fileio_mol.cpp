@@ -64,7 +64,6 @@ void FileIO::read_data_mol(const char* filename, int index, bool binfo)
     mol_natoms[index] = 0;
     mol_atypes[index].clear();
     mol_x[index].clear();
-    mol_x_s[index].clear();
 
     LineInput lines(in, filename);
     std::string s;

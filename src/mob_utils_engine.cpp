@@ -283,7 +283,7 @@ void ScanEngine::treat(const std::vector<Vec3>& dirs, std::vector<double>& mob, 
     const size_t nd = dirs.size(), ns = static_cast<size_t>(t_.nsamp);
     mob.assign(nd, 0.0);
     err.assign(nd, 0.0);
-    std::vector<double> resample(nd * ns, 0.0);
+    std::vector<double> resample(nd * ns);  // every entry is written before it is read
     if (weights_.fit() != Fit::slope) {
         // The time grid decides every fit alone: no draws are needed.
         std::vector<double> unused;

@@ -149,6 +149,17 @@ TEST(Separ, MinimumImageAcrossFaces)
         EXPECT_NEAR(x[3], c.whole, 1e-12) << c.x2;
         EXPECT_LT(std::fabs(x[3] - x[0]), 0.5) << c.x2;  // the atoms side by side
     }
+    // Exactly the bond length apart (a quarter of an edge of 4 x 1.771 A): no bond,
+    // in the search and in the straightforward loop.
+    FileIO tie = carbons({0.5, 0.5, 0.5, 0.75, 0.5, 0.5}, {}, 4 * (0.77 + 0.77) * 1.15);
+    capture([&] { tie.separate_cif_molecules(false); });
+    EXPECT_EQ(tie.cifmol_natoms, (std::vector<int>{1, 1}));
+    int k, m, seed[1] = {0}, left[2] = {0, 1};
+    double r, radius[2] = {0.77, 0.77};
+    tie.find_bond_atom_one(2, tie.cif_x_s.data(), radius, left, 1, seed, &k, &m, &r);
+    EXPECT_EQ(k, -1);
+    tie.find_bond_atom(2, left, 1, seed, &k, &m, &r);
+    EXPECT_EQ(k, -1);
     // A centre outside the cell by no more than 2^-24 stays where it is.
     for (const double x0 : {1.0000000596046448, -5.96046448e-08}) {
         FileIO f = carbons({});

@@ -26,12 +26,7 @@ struct Cell : Transport {
         mol_com_s.resize(3 * atoms.size());
         fill_mass_and_centres();
     }
-    void build()
-    {
-        testing::internal::CaptureStdout();
-        build_neighbor_list(false);
-        testing::internal::GetCapturedStdout();
-    }
+    void build() { capture([&] { build_neighbor_list(false); }); }
     std::vector<std::array<int, 4>> list(int i) const
     {
         std::vector<std::array<int, 4>> out;
