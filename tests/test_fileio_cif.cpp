@@ -2,7 +2,6 @@
 // the crystal path.
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
 
 #include "test_support.h"
 

@@ -36,7 +36,7 @@ TEST(FileIODispatch, MoleculeModeReadsTheFilesIntoTheGivenCell)
     const std::array<double, 6> cell = {10, 13, 15, 90, 90, std::acos(5.0 / 13) * 180 / M_PI};
     for (int k = 0; k < 6; ++k) EXPECT_NEAR(f.cell_latt[k], cell[k], 1e-12);
     ASSERT_EQ(f.mol_atypes, (std::vector<std::vector<int>>{{6, 17, 17, 1, 1}}));  // Cl and CL
-    const double fractions[3] = {(1 - 5 * 2.0 / 12) / 10, 2.0 / 12, 0.2};  // carbon at (1, 2, 3)
+    const double fractions[3] = {(1 - 5 * 10002.0 / 12) / 10, 10002.0 / 12, -197 / 15.0};  // carbon at (1, 10002, -197)
     for (int k = 0; k < 3; ++k) EXPECT_NEAR(f.mol_x_s[0][k], fractions[k], 1e-15);
     EXPECT_NEAR(f.mol_mass[0], 12.011 + 2 * 35.4527 + 2 * 1.00794, 1e-9);
     // C-Cl 1.77 A < (180 + 250) / 250 * 1.15; H-H 1.78 A > (80 + 80) / 250 * 1.15.

@@ -1,5 +1,4 @@
 // MDL molfile reader: V3000 blocks and the real files.
-#include <filesystem>
 #include <map>
 
 #include "test_support.h"

@@ -45,6 +45,9 @@ TEST(Neighbours, ImagesCutoffRangeAndOrder)
     ASSERT_EQ(one.num_neighbors[0], 6);
     for (const auto& n : one.list(0)) EXPECT_EQ(n[0] * 10 + std::abs(n[1]) + std::abs(n[2]) + std::abs(n[3]), 1);
     EXPECT_EQ(one.pair_id[0], (std::vector<int>{1, 2, 3, 4, 5, 6}));
+    // Room for the later stages of the suite: NNEIMAX entries per molecule, a vector per molecule.
+    EXPECT_EQ((std::vector<size_t>{one.neighbor_flag[0].size(), one.neighbor_rsq[0].size(), one.neighbor_vec[0].size(),
+                                   one.mol_vec.size()}), (std::vector<size_t>{300, 300, 300, 1}));
     using List = std::vector<std::array<int, 4>>;
     const struct {
         double edge;
