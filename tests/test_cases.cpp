@@ -69,7 +69,7 @@ TEST_P(Cases, RunAsRecorded)
     RandomSeeds seeds;
     seeds.ran2 = 12345;
     seeds.scan = {1, 2};
-    const RunResult r = run_in_process(lines_of(c / "args"), seeds);
+    const Outcome r = run_in_process(lines_of(c / "args"), seeds);
     expect_recorded(c / "out/stdout", r.out);
     expect_recorded(c / "out/stderr", r.err);
     expect_recorded(c / "out/status", std::to_string(r.status) + "\n", "0\n");

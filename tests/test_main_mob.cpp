@@ -30,7 +30,7 @@ std::string results_without_errors(const fs::path& dir)
 TEST(Process, StatusesReachTheShell)
 {
     const ScratchDir dir;
-    RunResult r = run_tool(dir.path(), {"-h"});
+    Outcome r = run_tool(dir.path(), {"-h"});
     EXPECT_EQ(r.status, 0);
     EXPECT_NE(r.out.find("\nUsage: kelta_mob [opts]\n"), std::string::npos);  // the name without its path
     r = run_tool(dir.path(), {});
@@ -46,7 +46,7 @@ TEST(Process, TwoRunsDifferOnlyInTheErrorColumns)
     std::string results[2];
     for (int i = 0; i < 2; ++i) {
         fs::copy(kCase, dirs[i].path(), fs::copy_options::recursive);
-        const RunResult r = run_tool(dirs[i].path(), {"-deltaa", "30"});
+        const Outcome r = run_tool(dirs[i].path(), {"-deltaa", "30"});
         ASSERT_EQ(r.status, 0) << r.out << r.err;
         results[i] = results_without_errors(dirs[i].path());
     }

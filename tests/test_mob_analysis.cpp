@@ -66,8 +66,7 @@ TEST(SequentialBootstrap, SameAsFittingWholeResampleCurves)
             if (std::strcmp(data, "inf") == 0 && ntime > 2) m.track_x[9][2] = INFINITY;
             if (std::strcmp(data, "equal times") == 0) std::fill(m.track_time.begin(), m.track_time.end(), 3.0);
             // Steps of 1.83e-10: the fit's determinant 4200 h^2 = 1.4e-16 is just above the degenerate limit 1.11e-16.
-            if (std::strcmp(data, "close times") == 0)
-                for (int t = 0; t < ntime; ++t) m.track_time[t] = t * 1.83e-10;
+            if (std::strcmp(data, "close times") == 0) for (int t = 0; t < ntime; ++t) m.track_time[t] = t * 1.83e-10;
             const mob_engine::SlopeWeights weights(m.track_time.data(), m.ntime);
             std::vector<double> slopes;
             for (int j = 0; j < m.nsimu; ++j) slopes.push_back(weights.slope(m.track_x[j]));

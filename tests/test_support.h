@@ -94,18 +94,19 @@ inline std::vector<std::string> read_lines(const std::filesystem::path& name)
     return lines;
 }
 
-struct RunResult {
+// What a call printed, and the status it ended the run with (INT_MIN: it returned).
+struct Outcome {
+    int status = INT_MIN;
     std::string out, err;
-    int status = -1;
 };
 
 // Runs the built tool in `dir` with the given arguments (each shell-quoted).
-inline RunResult run_tool(const std::filesystem::path& dir, const std::vector<std::string>& args)
+inline Outcome run_tool(const std::filesystem::path& dir, const std::vector<std::string>& args)
 {
     std::string cmd = "cd '" + dir.string() + "' && '" KELTA_MOB_EXE "'";
     for (const std::string& a : args) cmd += " '" + a + "'";
     const int rc = std::system((cmd + " > .stdout 2> .stderr").c_str());
-    const RunResult r = {read_file(dir / ".stdout"), read_file(dir / ".stderr"), WIFEXITED(rc) ? WEXITSTATUS(rc) : 1000};
+    const Outcome r = {WIFEXITED(rc) ? WEXITSTATUS(rc) : 1000, read_file(dir / ".stdout"), read_file(dir / ".stderr")};
     std::filesystem::remove(dir / ".stdout");
     std::filesystem::remove(dir / ".stderr");
     return r;
@@ -113,12 +114,6 @@ inline RunResult run_tool(const std::filesystem::path& dir, const std::vector<st
 
 inline std::string fixture(const std::string& name) { return std::string(KELTA_TEST_DATA) + "/" + name; }
 inline std::string shared_file(const std::string& name) { return std::string(KELTA_SHARED_DATA) + "/" + name; }
-
-// What a call printed, and the status it ended the run with (INT_MIN: it returned).
-struct Outcome {
-    int status = INT_MIN;
-    std::string out, err;
-};
 
 inline Outcome capture(const std::function<void()>& call)
 {
@@ -137,14 +132,14 @@ inline Outcome capture(const std::function<void()>& call)
 
 // Runs the entry function in-process with the given arguments and seeds, on two
 // threads; the printed output is in out and err.
-inline RunResult run_in_process(std::vector<std::string> args, const RandomSeeds& seeds)
+inline Outcome run_in_process(std::vector<std::string> args, const RandomSeeds& seeds)
 {
     args.insert(args.begin(), "kelta_mob");
     std::vector<char*> argv;
     for (std::string& a : args) argv.push_back(a.data());
     const int threads = omp_get_max_threads();
     omp_set_num_threads(2);
-    RunResult r;
+    Outcome r;
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     r.status = kelta_mob_main(static_cast<int>(argv.size()), argv.data(), seeds);
