@@ -69,6 +69,12 @@ TEST(FileIOLookups, ElementsCellAndSeeds)
     const double abc[3] = {1, 2, 3};
     f.set_cell_lattice(abc, 80, 90, 100);
     EXPECT_EQ(std::vector<double>(f.get_cell_latt(), f.get_cell_latt() + 6), (std::vector<double>{1, 2, 3, 80, 90, 100}));
+    // A triclinic cell's inverse lattice, as the general inverse gives it.
+    const double triclinic[6] = {5, 6, 7, 80, 95, 110};
+    f.cell_cell6_to_latt3x3(triclinic, f.latt);
+    Mat3 inverse{};
+    invert(f.latt, inverse);
+    for (int i = 0; i < 9; ++i) EXPECT_NEAR(f.latt_inv[i / 3][i % 3], inverse[i / 3][i % 3], 1e-15) << i;
     f.latt = {{{2, 0, 0}, {0, 4, 0}, {0, 0, 5}}}, f.latt_inv = {{{0.5, 0, 0}, {0, 0.25, 0}, {0, 0, 0.2}}};
     double x = 1, y = 2, z = 3;
     f.coord_f2c(x, y, z);

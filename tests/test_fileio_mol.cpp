@@ -15,7 +15,7 @@ TEST(MolReader, V3000BlocksAreSkipped)
               "WARNING: A molecule contains an R group which is not implemented!\n"
               "WARNING: SGROUP blocks are not currently implemented and their contents are ignored.\n"
               "WARNING: RGROUP and RLOGIC blocks are not currently implemented and their contents are ignored.\n");
-    ASSERT_EQ(f.mol_natoms[0], 3);  // the R-group's own atom is not added; "-" continues a line
+    ASSERT_EQ(f.mol_natoms[0], 3);  // the R-group's own atom is not added; "-" continues a line; M END ends the reading
     EXPECT_EQ(f.mol_atypes[0], (std::vector<int>{8, 1, -1}));
     EXPECT_EQ(f.mol_x[0], (std::vector<double>{0, 0, 0, 0.96, 0, 0, -0.24, 0.93, 0}));
 }

@@ -14,16 +14,11 @@ struct Cell : Transport {
     {
         latt = Mat3{{{edge, 0, 0}, {0, edge, 0}, {0, 0, edge}}};
         mol_count = static_cast<int>(atoms.size());
-        for (const Vec3& a : atoms) {
-            mol_natoms.push_back(1);
-            mol_atypes.push_back({6});
-            mol_x_s.push_back({a[0], a[1], a[2]});
-        }
+        for (const Vec3& a : atoms)
+            mol_natoms.push_back(1), mol_atypes.push_back({6}), mol_x_s.push_back({a[0], a[1], a[2]});
         lat_cutoff = cutoff;
         scell_n = {range, range, range};
-        mol_mass.resize(atoms.size());
-        mol_com.resize(3 * atoms.size());
-        mol_com_s.resize(3 * atoms.size());
+        mol_mass.resize(atoms.size()), mol_com.resize(3 * atoms.size()), mol_com_s.resize(3 * atoms.size());
         fill_mass_and_centres();
     }
     void build() { capture([&] { build_neighbor_list(false); }); }
@@ -47,7 +42,8 @@ TEST(Neighbours, ImagesCutoffRangeAndOrder)
     EXPECT_EQ(one.pair_id[0], (std::vector<int>{1, 2, 3, 4, 5, 6}));
     // Room for the later stages of the suite: NNEIMAX entries per molecule, a vector per molecule.
     EXPECT_EQ((std::vector<size_t>{one.neighbor_flag[0].size(), one.neighbor_rsq[0].size(), one.neighbor_vec[0].size(),
-                                   one.mol_vec.size()}), (std::vector<size_t>{300, 300, 300, 1}));
+                                   one.mol_vec.size(), one.uc_mol_index.size(), one.nei_mol_index.size()}),
+              (std::vector<size_t>{300, 300, 300, 1, 1, 1}));
     using List = std::vector<std::array<int, 4>>;
     const struct {
         double edge;
