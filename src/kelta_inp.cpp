@@ -153,7 +153,6 @@ void KeltaInp::interpret_lines(const char* path)
     while (i < n) {
         std::string s = lines_[i++];
         trim(s);
-        if (s.empty() || s[0] == '!' || s[0] == '#') continue;
         // Only '!' cuts a comment here, and there is no second trim: a header
         // "&transport   ! settings" keeps its blanks and does not open the block.
         s = s.substr(0, s.find('!'));
@@ -161,7 +160,7 @@ void KeltaInp::interpret_lines(const char* path)
             while (i < n) {
                 std::string b = lines_[i++];
                 trim(b);
-                if (b.empty() || b[0] == '!' || b[0] == '#') continue;
+                // A comment runs from the first '!' or '#'; what is left without a '=' is passed over.
                 b = b.substr(0, b.find('!'));
                 b = b.substr(0, b.find('#'));
                 if (!b.empty() && b[0] == '/') break;

@@ -79,6 +79,10 @@ TEST(MmutilRandom, Ran2StaysInsideTheOpenIntervalAndRepeats)
         for (int i = 1; i < draw; ++i) randUniform();
         EXPECT_EQ(randUniform(), value) << "seed " << seed;
     }
+    reset_random_state(0);  // the clock's seed may be 0: taken as 1, as -1 is
+    const double first = randUniform();
+    reset_random_state(-1);
+    EXPECT_EQ(randUniform(), first);
     reset_random_state(12345);
     for (int i = 0; i < 20000; ++i) {
         const double u = randUniform();

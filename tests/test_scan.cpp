@@ -38,10 +38,7 @@ TEST(ScanEngine, EveryDirectionAsTheLiteralProcedure)
                                     {-std::sqrt(0.5), std::sqrt(0.5), 0}, {0, 0.6, -0.8},
                                     {-6.982962677686267e-15, -0.0, -1.0}};
     const std::vector<std::uint32_t> seeds = {17, 4711, 90210};
-    const struct {
-        std::string what;
-        int nsimu, ntime;
-    } cases[] = {{"random walks", 40, 15}, {"nan point", 40, 15}, {"infinite point", 40, 15},
+    const struct { std::string what; int nsimu, ntime; } cases[] = {{"random walks", 40, 15}, {"nan point", 40, 15}, {"infinite point", 40, 15},
                  {"huge point", 40, 15},   {"along a line", 30, 15}, {"in a plane", 30, 15},
                  {"one trajectory", 1, 15}, {"identical", 30, 15},  {"no trajectories", 0, 15}, {"shifted", 30, 15},
                  {"two time points", 10, 2}};
