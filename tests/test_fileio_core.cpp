@@ -98,6 +98,7 @@ TEST(SymmParse, RowsAndTranslations)
         {"1 0 0 0.5 0 1 0 0 0 0 1 0", {1, 0, 0}, 0.5},  // numeric form
         {"x+1/2Q,y,z", {1, 0, 0}, 0.5},  // characters it does not know are skipped
         {"x+1/9,y,z", {1, 0, 0}, 1.0 / 9},
+        {".x,y,z", {1, 0, 0}, 0.0},  // a lone "." is no number, and only itself is passed over
     };
     for (const auto& c : cases) {
         double R[3][3], t[3];

@@ -21,13 +21,12 @@ std::string text(const T& v)
 {
     std::ostringstream o;
     o.precision(12);
-    if constexpr (std::is_same_v<T, std::string>) {
+    if constexpr (std::is_same_v<T, std::string>)
         o << '"' << v << '"';
-    } else if constexpr (requires { v.begin(); }) {
+    else if constexpr (requires { v.begin(); })
         for (const auto& e : v) o << text(e) << ' ';
-    } else {
+    else
         o << v;
-    }
     return o.str();
 }
 
