@@ -153,13 +153,10 @@ int kelta_mob_main(int argc, char** argv, const RandomSeeds& seeds)
     } catch (const RunExit& e) {
         std::fflush(stdout);
         return e.status();
-    } catch (const std::bad_alloc&) {
+    } catch (const std::exception& e) {  // memory, the one thing the library may still refuse
         std::fflush(stdout);
-        std::fprintf(stderr, "%s: out of memory for the requested arrays\n", prog.c_str());
-        return -1;
-    } catch (const std::exception& e) {
-        std::fflush(stdout);
-        std::fprintf(stderr, "%s: %s\n", prog.c_str(), e.what());
+        const bool memory = dynamic_cast<const std::bad_alloc*>(&e) != nullptr;
+        std::fprintf(stderr, "%s: %s\n", prog.c_str(), memory ? "out of memory for the requested arrays" : e.what());
         return -1;
     }
     return 0;

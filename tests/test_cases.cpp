@@ -31,11 +31,6 @@ std::vector<std::string> case_names()
     return names;
 }
 
-std::vector<std::string> lines_of(const fs::path& file)
-{
-    return fs::exists(file) ? read_lines(file) : std::vector<std::string>{};
-}
-
 // Relative paths of every regular file under dir.
 std::set<fs::path> files_under(const fs::path& dir)
 {
@@ -48,10 +43,10 @@ std::set<fs::path> files_under(const fs::path& dir)
 
 void lay_inputs(const fs::path& c, const fs::path& dir)
 {
-    for (const std::string& b : lines_of(c / "base")) lay_inputs(kCases / b, dir);
+    for (const std::string& b : read_lines(c / "base")) lay_inputs(kCases / b, dir);
     if (fs::is_directory(c / "in"))
         fs::copy(c / "in", dir, fs::copy_options::recursive | fs::copy_options::overwrite_existing);
-    for (const std::string& r : lines_of(c / "remove")) fs::remove_all(dir / r);
+    for (const std::string& r : read_lines(c / "remove")) fs::remove_all(dir / r);
 }
 
 class Cases : public testing::TestWithParam<std::string> {};
@@ -69,7 +64,7 @@ TEST_P(Cases, RunAsRecorded)
     RandomSeeds seeds;
     seeds.ran2 = 12345;
     seeds.scan = {1, 2};
-    const Outcome r = run_in_process(lines_of(c / "args"), seeds);
+    const Outcome r = run_in_process(read_lines(c / "args"), seeds);
     expect_recorded(c / "out/stdout", r.out);
     expect_recorded(c / "out/stderr", r.err);
     expect_recorded(c / "out/status", std::to_string(r.status) + "\n", "0\n");

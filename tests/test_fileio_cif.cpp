@@ -60,6 +60,7 @@ TEST(CifCrystal, MoleculesAreWholeAndCentredInTheCell)
         // Each atom is bonded to another of its molecule without periodic images; the centre is in the cell.
         for (int m = 0; m < f.mol_count; ++m) {
             const std::vector<double>& x = f.mol_x[m];
+            ASSERT_EQ(x.size(), 3u * f.mol_natoms[m]);
             const auto r = [&](int i) { return f.find_element_radius_from_index(f.mol_atypes[m][i]); };
             for (int i = 0, n = f.mol_natoms[m]; i < n && n > 1; ++i) {
                 bool bonded = false;

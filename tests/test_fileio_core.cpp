@@ -29,15 +29,17 @@ TEST(FileIODispatch, MoleculeModeReadsTheFilesIntoTheGivenCell)
     f.mol_input_mode = f.mol_count = 1;
     f.mol_names = {fixture("mol/chiral2_chlorine.mol")};
     f.vec_a = {10, 0, 0};
-    f.vec_b = {5, 12, 0};  // 13 A long
-    f.vec_c = {0, 0, 15};
+    f.vec_b = {3, 12, 4};  // both 13 A long; b.c = 96, a.c = 40, a.b = 30
+    f.vec_c = {4, 3, 12};
     EXPECT_EQ(capture([&] { f.read_crystal_strcuture_files(false, false); }).out,
               "WARNING: The Chiral Flag should be either 0 or 1. The value of 2 will be ignored.\n");
-    const std::array<double, 6> cell = {10, 13, 15, 90, 90, std::acos(5.0 / 13) * 180 / M_PI};
+    const std::array<double, 6> cell = {10, 13, 13, std::acos(96.0 / 169) * 180 / M_PI, std::acos(40.0 / 130) * 180 / M_PI,
+                                        std::acos(30.0 / 130) * 180 / M_PI};
     for (int k = 0; k < 6; ++k) EXPECT_NEAR(f.cell_latt[k], cell[k], 1e-12);
     ASSERT_EQ(f.mol_atypes, (std::vector<std::vector<int>>{{6, 17, 17, 1, 1}}));  // Cl and CL
-    const double fractions[3] = {(1 - 5 * 10002.0 / 12) / 10, 10002.0 / 12, -197 / 15.0};  // carbon at (1, 10002, -197)
-    for (int k = 0; k < 3; ++k) EXPECT_NEAR(f.mol_x_s[0][k], fractions[k], 1e-15);
+    // Carbon at (1, 10002, -197): 12 fb + 3 fc = 10002 and 4 fb + 12 fc = -197 give fb = 913.75, fc = -321; then fa.
+    const double fractions[3] = {(1 - 3 * 913.75 + 4 * 321) / 10, 913.75, -321};
+    for (int k = 0; k < 3; ++k) EXPECT_NEAR(f.mol_x_s[0][k], fractions[k], 1e-12);
     EXPECT_NEAR(f.mol_mass[0], 12.011 + 2 * 35.4527 + 2 * 1.00794, 1e-9);
     // C-Cl 1.77 A < (180 + 250) / 250 * 1.15; H-H 1.78 A > (80 + 80) / 250 * 1.15.
     EXPECT_EQ(f.mol_bonds[0], (std::multimap<int, int>{{1, 2}, {1, 3}, {1, 4}, {1, 5}}));
@@ -45,7 +47,10 @@ TEST(FileIODispatch, MoleculeModeReadsTheFilesIntoTheGivenCell)
     const ScratchDir dir;
     capture([&] { f.read_crystal_strcuture_files(false, true); });
     EXPECT_EQ(read_file("kelta_files/mol1_bonds.dat"), "4\n  1   2  0  0\n  1   3  0  0\n  1   4  0  0\n  1   5  0  0\n");
-    EXPECT_EQ(read_file("kelta_files/cellvec.dat"), "a =        10         0         0\nb =         5        12         0\nc =         0         0        15\n");
+    EXPECT_EQ(read_file("kelta_files/cellvec.dat"), "a =        10         0         0\nb =         3        12         4\nc =         4         3        12\n");
+    std::filesystem::remove("kelta_files/cellvec.dat"), std::filesystem::create_directory("kelta_files/cellvec.dat");
+    const Outcome o = capture([&] { f.read_crystal_strcuture_files(false, true); });
+    EXPECT_EQ(std::to_string(o.status) + " " + o.err, "-1 Failed to open output file kelta_files/cellvec.dat\n");
 }
 
 TEST(FileIOLookups, ElementsCellAndSeeds)
@@ -65,6 +70,7 @@ TEST(FileIOLookups, ElementsCellAndSeeds)
     EXPECT_EQ(f.find_element_index_from_name("cl"), 17);
     EXPECT_EQ(f.find_element_index_from_name("C1"), -1);
     EXPECT_EQ(f.find_element_radius_from_name("X"), 9999.99);
+    EXPECT_EQ(f.find_element_radius_from_index(0), 180 / 250.0);  // the blank entry is an element of the table
     EXPECT_EQ(f.find_element_radius_from_index_nw(17), 0.99);
     const double abc[3] = {1, 2, 3};
     f.set_cell_lattice(abc, 80, 90, 100);
@@ -81,12 +87,6 @@ TEST(FileIOLookups, ElementsCellAndSeeds)
     EXPECT_EQ(Vec3({x, y, z}), Vec3({2, 8, 15}));
     f.coord_c2f(x, y, z);
     EXPECT_EQ(Vec3({x, y, z}), Vec3({1, 2, 3}));
-    // A search with no members yet returns the first unassigned atom as the seed.
-    const int unassigned[3] = {0, 1, 1};
-    int atom, member;
-    double dist;
-    f.find_bond_atom(3, unassigned, 0, nullptr, &atom, &member, &dist);
-    EXPECT_EQ(std::vector<double>({double(atom), double(member), dist}), (std::vector<double>{1, 0, 0}));
 }
 
 TEST(SymmParse, RowsAndTranslations)

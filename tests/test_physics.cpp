@@ -84,11 +84,6 @@ std::vector<std::vector<double>> rows(const std::string& file)
     return out;
 }
 
-Vec3 sphere(double phai, double thet)
-{
-    const double p = phai * M_PI / 180, t = thet * M_PI / 180;
-    return {std::sin(p) * std::cos(t), std::sin(p) * std::sin(t), std::cos(p)};
-}
 
 }  // namespace
 
@@ -118,10 +113,12 @@ TEST(Physics, EveryMobilityMatchesTheExactTensor)
         int sphere = 0, covered = 0;
         for (const auto& l : rows("mob_direction_all.dat")) {
             if (l.size() < 4) continue;
-            checks.push_back({l[2], l[3], along(m, ::sphere(l[0], l[1]))});
+            const double p = l[0] * M_PI / 180, th = l[1] * M_PI / 180;  // polar angle, azimuth
+            const Vec3 u = {std::sin(p) * std::cos(th), std::sin(p) * std::sin(th), std::cos(p)};
+            checks.push_back({l[2], l[3], along(m, u)});
             covered += std::fabs(l[2] - checks.back()[2]) <= l[3];
             ++sphere;
-            EXPECT_NEAR(along(mu, ::sphere(l[0], l[1])), l[2], 1e-4 * mu[0][0] + 5e-5 * l[2]);  // printed precision
+            EXPECT_NEAR(along(mu, u), l[2], 1e-4 * mu[0][0] + 5e-5 * l[2]);  // printed precision
         }
         double worst = 0;
         for (const auto& [mob, err, exact] : checks) {

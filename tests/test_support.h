@@ -100,10 +100,10 @@ struct Outcome {
     std::string out, err;
 };
 
-// Runs the built tool in `dir` with the given arguments (each shell-quoted).
-inline Outcome run_tool(const std::filesystem::path& dir, const std::vector<std::string>& args)
+// Runs the built tool in `dir` with the given arguments (each shell-quoted) after the shell commands `before`.
+inline Outcome run_tool(const std::filesystem::path& dir, const std::vector<std::string>& args, const std::string& before = "")
 {
-    std::string cmd = "cd '" + dir.string() + "' && '" KELTA_MOB_EXE "'";
+    std::string cmd = "cd '" + dir.string() + "' && " + before + " '" KELTA_MOB_EXE "'";
     for (const std::string& a : args) cmd += " '" + a + "'";
     const int rc = std::system((cmd + " > .stdout 2> .stderr").c_str());
     const Outcome r = {WIFEXITED(rc) ? WEXITSTATUS(rc) : 1000, read_file(dir / ".stdout"), read_file(dir / ".stderr")};
