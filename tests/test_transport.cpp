@@ -63,6 +63,7 @@ TEST(Neighbours, ImagesCutoffRangeAndOrder)
         Cell cell(c.edge, c.atoms, c.cutoff, c.range);
         cell.build();
         EXPECT_EQ(cell.list(0), c.expected) << "edge " << c.edge << " cutoff " << c.cutoff << " range " << c.range;
+        EXPECT_EQ(cell.mol_com.back(), c.atoms.back()[2] * c.edge);  // the last molecule's Cartesian centre, z
     }
 }
 
