@@ -47,7 +47,6 @@ void Transport::read_charge_inp()
     std::printf("Reading input file %s...\n", name);
     // An empty file leaves the buffer holding the file name, so the letter is 'c'.
     char line[128];
-    std::snprintf(line, sizeof line, "%s", name);
     if (!std::fgets(line, sizeof line, f.get())) std::snprintf(line, sizeof line, "%s", name);
     c_trim(line);
     charge = std::string(1, line[0]);
