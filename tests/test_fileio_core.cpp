@@ -36,17 +36,17 @@ TEST(FileIODispatch, MoleculeModeReadsTheFilesIntoTheGivenCell)
     const std::array<double, 6> cell = {10, 13, 13, std::acos(96.0 / 169) * 180 / M_PI, std::acos(40.0 / 130) * 180 / M_PI,
                                         std::acos(30.0 / 130) * 180 / M_PI};
     for (int k = 0; k < 6; ++k) EXPECT_NEAR(f.cell_latt[k], cell[k], 1e-12);
-    ASSERT_EQ(f.mol_atypes, (std::vector<std::vector<int>>{{6, 17, 17, 1, 1}}));  // Cl and CL
+    ASSERT_EQ(f.mol_atypes, (std::vector<std::vector<int>>{{17, 1, 1, 17, 6}}));  // Cl and CL
     // Carbon at (1, 10002, -197): 12 fb + 3 fc = 10002 and 4 fb + 12 fc = -197 give fb = 913.75, fc = -321; then fa.
     const double fractions[3] = {(1 - 3 * 913.75 + 4 * 321) / 10, 913.75, -321};
-    for (int k = 0; k < 3; ++k) EXPECT_NEAR(f.mol_x_s[0][k], fractions[k], 1e-12);
+    for (int k = 0; k < 3; ++k) EXPECT_NEAR(f.mol_x_s[0][12 + k], fractions[k], 1e-12);
     EXPECT_NEAR(f.mol_mass[0], 12.011 + 2 * 35.4527 + 2 * 1.00794, 1e-9);
     // C-Cl 1.77 A < (180 + 250) / 250 * 1.15; H-H 1.78 A > (80 + 80) / 250 * 1.15.
-    EXPECT_EQ(f.mol_bonds[0], (std::multimap<int, int>{{1, 2}, {1, 3}, {1, 4}, {1, 5}}));
+    EXPECT_EQ(f.mol_bonds[0], (std::multimap<int, int>{{1, 5}, {2, 5}, {3, 5}, {4, 5}}));
     // The side files the suite's other stages read (this tool never asks for them).
     const ScratchDir dir;
     capture([&] { f.read_crystal_strcuture_files(false, true); });
-    EXPECT_EQ(read_file("kelta_files/mol1_bonds.dat"), "4\n  1   2  0  0\n  1   3  0  0\n  1   4  0  0\n  1   5  0  0\n");
+    EXPECT_EQ(read_file("kelta_files/mol1_bonds.dat"), "4\n  1   5  0  0\n  2   5  0  0\n  3   5  0  0\n  4   5  0  0\n");
     EXPECT_EQ(read_file("kelta_files/cellvec.dat"), "a =        10         0         0\nb =         3        12         4\nc =         4         3        12\n");
     std::filesystem::remove("kelta_files/cellvec.dat"), std::filesystem::create_directory("kelta_files/cellvec.dat");
     const Outcome o = capture([&] { f.read_crystal_strcuture_files(false, true); });

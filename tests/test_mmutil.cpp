@@ -82,6 +82,8 @@ TEST(MmutilRandom, Ran2StaysInsideTheOpenIntervalAndRepeats)
     const double first = randUniform();
     reset_random_state(-1);
     EXPECT_EQ(randUniform(), first);
+    reset_random_state(1);  // a positive seed runs on the all-zero shuffle table
+    EXPECT_NE(randUniform(), first);
     reset_random_state(12345);
     for (int i = 0; i < 20000; ++i) {
         const double u = randUniform();

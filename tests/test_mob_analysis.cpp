@@ -18,7 +18,7 @@ TEST(TrackReader, SameTablesAsTheStraightforwardReader)
 {
     const ScratchDir dir;
     const std::string odd[] = {
-        "1 2 3 4 5 6\n", "  1.5e+00\t-2.25E-1 3. .5 7e2\n", "+1 2 3 4 5\n", "1 nan 3 4 5\n", "1 2 inf -INFINITY 5\n",
+        "1 2 3 4 5 6\n", "  1.5e+00\t-2.25E-1 3. .5 7e2\n", "+1 2 3 4 5\n", "nan 1 3 4 5\n", "1 2 inf -INFINITY 5\n",
         "0x1p3 2 3 4 5\n", "1 2 x 4 5\n", "1 2 3\n", "1e 2 3 4 5\n", "1e+ 2 3 4 5\n", "1 2 3 4 5e\n", "\v1\f2\r3 4 5\n",
         "12345678901234567890123 2 3 4 5\n", "4e-320 1e400 -1e-400 0.1e-22 9007199254740993\n",
         "1 2 3 4 5" + std::string(300, ' ') + "9 8 7 6 5\n",       std::string("1 2\0 3 4 5\n", 11),

@@ -17,8 +17,7 @@ TEST(ScanEngine, GeneratorAndCanonicalMatchTheStandardOnes)
         for (int i = 0, got = 0; i < 100000; i += 2 * got) {
             const std::uint32_t* p = fast.pairs(37, got);  // blocks of 624 split unevenly
             for (int k = 0; k < 2 * got; k += 2) {
-                ASSERT_EQ(p[k], standard()) << "seed " << seed << ", output " << i + k;
-                ASSERT_EQ(p[k + 1], standard()) << "seed " << seed << ", output " << i + k + 1;
+                ASSERT_EQ((std::pair<std::uint_fast32_t, std::uint_fast32_t>{p[k], p[k + 1]}), (std::pair{standard(), standard()})) << "seed " << seed << ", output " << i + k;
                 ASSERT_EQ(canonical53(p[k], p[k + 1]), (std::generate_canonical<double, 53>(canonical)));
             }
         }

@@ -84,8 +84,7 @@ TEST(Neighbours, TooManyNeighboursEndTheRun)
 TEST(Carrier, ElectronCounts)
 {
     Cell c(5.0, {{0, 0, 0}}, 1.0, 0);
-    c.mol_atypes[0] = {6, 1, 8, -1};  // an unknown element brings no electrons
-    c.mol_natoms[0] = 4;
+    c.mol_atypes[0] = {6, 1, 8, -1}, c.mol_natoms[0] = 4;  // an unknown element brings no electrons
     c.calc_homo();
     EXPECT_EQ(c.homo, (std::vector<int>{7}));  // 15 electrons round down
 }
