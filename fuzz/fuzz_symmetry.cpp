@@ -11,7 +11,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size)
     FileIO f;
     std::istringstream in(text);
     for (std::string op; std::getline(in, op) && f.symm_ops.size() < 200;) {
-        double R[3][3], t[3];
+        Mat3 R;
+        Vec3 t;
         FileIO::ParseTransformString(op, R, t);
         f.symm_ops.push_back(op);
     }

@@ -20,7 +20,7 @@ void check_finite(const std::string& file, int line, const std::string& what, do
 }
 
 // Atomic number, symbol, mass (amu), radius 1 and radius 2 (1/250 A), code, name.
-const Element Elements_m[kNumElements] = {
+const std::array<Element, kNumElements> Elements_m = {{
     {"  ", 0, 180, 360, 12, ""},
     {"H ", 1.00794, 80, 275, 4, "HYDROGEN"},
     {"He", 4.0026, 400, 550, 5, "HELIUM"},
@@ -125,9 +125,9 @@ const Element Elements_m[kNumElements] = {
     {"Md", 258, 215, 400, 12, "MENDELEVIUM"},
     {"No", 259, 212, 397, 12, "NOBELIUM"},
     {"Lr", 260, 210, 395, 12, "LAWRENCIUM"}
-};
+}};
 
-const double _nw_elem_radius_m[kNumElements] = {
+const std::array<double, kNumElements> _nw_elem_radius_m = {
     99999.99, 0.35, 1.22, 1.23, 0.89, 0.88, 0.77, 0.72, 0.66, 0.58,
     1.6, 1.4, 1.36, 1.25, 1.17, 1.1, 1.04, 0.99, 1.91, 2.03,
     1.74, 1.44, 1.32, 1.22, 1.19, 1.17, 1.165, 1.16, 1.15, 1.17,
@@ -218,9 +218,10 @@ void FileIO::find_element_name_from_mass(double mass, char* out) const
     out[2] = '\0';
 }
 
-double FileIO::centre_of_mass(int natoms, const int* atypes, const double* x_s, double* com) const
+double FileIO::centre_of_mass(int natoms, const int* atypes, const double* x_s, Vec3& com) const
 {
-    double total = 0.0, sum[3] = {0, 0, 0}, plain[3] = {0, 0, 0};
+    double total = 0.0;
+    Vec3 sum{}, plain{};
     for (int i = 0; i < natoms; ++i) {
         const double w = find_element_mass_from_index(atypes[i]);
         total += w;
@@ -286,20 +287,21 @@ void FileIO::set_cell_lattice(const double* abc, double alpha, double beta, doub
 
 void FileIO::coord_f2c(double& x, double& y, double& z) const
 {
-    double v[3] = {x, y, z};
-    mat_vec_mul(latt, v, v);
+    const Vec3 v = mat_vec_mul(latt, {x, y, z});
     x = v[0], y = v[1], z = v[2];
 }
 
 void FileIO::coord_c2f(double& x, double& y, double& z) const
 {
-    double v[3] = {x, y, z};
-    mat_vec_mul(latt_inv, v, v);
+    const Vec3 v = mat_vec_mul(latt_inv, {x, y, z});
     x = v[0], y = v[1], z = v[2];
 }
 
-void FileIO::coord_f2c(const double* in, double* out) const { mat_vec_mul(latt, in, out); }
-void FileIO::coord_c2f(const double* in, double* out) const { mat_vec_mul(latt_inv, in, out); }
+void FileIO::coords_f2c(const std::vector<double>& x_s, std::vector<double>& x) const
+{
+    x.resize(x_s.size());
+    for (size_t a = 0; a < x_s.size() / 3; ++a) set_vec3_at(x, a, mat_vec_mul(latt, vec3_at(x_s, a)));
+}
 
 void FileIO::get_cif_lattice_vectors(double* a, double* b, double* c) const
 {
@@ -354,9 +356,10 @@ void FileIO::copy_cif_molecules()
 void FileIO::fill_mass_and_centres()
 {
     for (int m = 0; m < mol_count; ++m) {
-        mol_mass[m] = centre_of_mass(mol_natoms[m], mol_atypes[m].data(), mol_x_s[m].data(),
-                                     &mol_com_s[3 * m]);
-        mat_vec_mul(latt, &mol_com_s[3 * m], &mol_com[3 * m]);
+        Vec3 com;
+        mol_mass[m] = centre_of_mass(mol_natoms[m], mol_atypes[m].data(), mol_x_s[m].data(), com);
+        set_vec3_at(mol_com_s, m, com);
+        set_vec3_at(mol_com, m, mat_vec_mul(latt, com));
     }
 }
 
@@ -369,8 +372,7 @@ void FileIO::list_bonds()
             const double ri = find_element_radius_from_index(mol_atypes[m][i]);
             for (int j = i + 1; j < mol_natoms[m]; ++j) {
                 const double rj = find_element_radius_from_index(mol_atypes[m][j]);
-                const double d[3] = {x[3 * j] - x[3 * i], x[3 * j + 1] - x[3 * i + 1],
-                                     x[3 * j + 2] - x[3 * i + 2]};
+                const Vec3 d = {x[3 * j] - x[3 * i], x[3 * j + 1] - x[3 * i + 1], x[3 * j + 2] - x[3 * i + 2]};
                 if (get_magnitude(d) < (ri + rj) * bond_dis_scale) mol_bonds[m].emplace(i + 1, j + 1);
             }
         }
@@ -399,7 +401,7 @@ namespace {
 double angle_deg(const Vec3& u, const Vec3& v)
 {
     const double dot = u[0] * v[0] + u[1] * v[1] + u[2] * v[2];
-    return std::acos(dot / (get_magnitude(u.data()) * get_magnitude(v.data()))) * 180.0 / kPi;
+    return std::acos(dot / (get_magnitude(u) * get_magnitude(v))) * 180.0 / kPi;
 }
 }  // namespace
 
@@ -416,7 +418,7 @@ void FileIO::read_crystal_strcuture_files(bool binfo, bool write_files)
         if (binfo) std::printf("Make whole molecules...\n");
         for (int m = 0; m < mol_count; ++m) {
             make_whole_molecule(m + 1, mol_natoms[m], mol_atypes[m].data(), mol_x_s[m].data(), binfo);
-            for (int a = 0; a < mol_natoms[m]; ++a) coord_f2c(&mol_x_s[m][3 * a], &mol_x[m][3 * a]);
+            coords_f2c(mol_x_s[m], mol_x[m]);
         }
         get_cif_lattice_vectors(vec_a.data(), vec_b.data(), vec_c.data());
     } else {
@@ -424,9 +426,9 @@ void FileIO::read_crystal_strcuture_files(bool binfo, bool write_files)
               "No input molecule data is available. (" + std::to_string(mol_input_mode) + ")\n");
     }
 
-    len_a = get_magnitude(vec_a.data());
-    len_b = get_magnitude(vec_b.data());
-    len_c = get_magnitude(vec_c.data());
+    len_a = get_magnitude(vec_a);
+    len_b = get_magnitude(vec_b);
+    len_c = get_magnitude(vec_c);
     for (int i = 0; i < 3; ++i) {
         latt[i] = {vec_a[i], vec_b[i], vec_c[i]};
         // Row i holds the i-th Cartesian component of a, b and c; scaling rows
@@ -437,7 +439,8 @@ void FileIO::read_crystal_strcuture_files(bool binfo, bool write_files)
 
     if (mol_input_mode == 1) {
         for (int m = 0; m < mol_count; ++m)
-            for (int a = 0; a < mol_natoms[m]; ++a) coord_c2f(&mol_x[m][3 * a], &mol_x_s[m][3 * a]);
+            for (size_t a = 0; a < mol_x[m].size() / 3; ++a)
+                set_vec3_at(mol_x_s[m], a, mat_vec_mul(latt_inv, vec3_at(mol_x[m], a)));
         cell_latt = {len_a, len_b, len_c, angle_deg(vec_b, vec_c), angle_deg(vec_a, vec_c),
                      angle_deg(vec_a, vec_b)};
     }

@@ -21,8 +21,8 @@ struct Element {
 };
 
 constexpr int kNumElements = 104;
-extern const Element Elements_m[kNumElements];
-extern const double _nw_elem_radius_m[kNumElements];  // covalent radius, Angstrom
+extern const std::array<Element, kNumElements> Elements_m;
+extern const std::array<double, kNumElements> _nw_elem_radius_m;  // covalent radius, Angstrom
 
 // Radius reported for a symbol that is not in the table; it bonds to everything
 // within the scaled sum, so an unknown atom pulls its neighbours into its molecule.
@@ -76,8 +76,7 @@ public:
     void set_cell_lattice(const double* abc, double alpha, double beta, double gamma);
     void coord_f2c(double& x, double& y, double& z) const;
     void coord_c2f(double& x, double& y, double& z) const;
-    void coord_f2c(const double* in, double* out) const;
-    void coord_c2f(const double* in, double* out) const;
+    void coords_f2c(const std::vector<double>& x_s, std::vector<double>& x) const;  // [3*natoms] each
     const double* get_cell_latt() const { return cell_latt.data(); }
     void get_cif_lattice_vectors(double* a, double* b, double* c) const;
 
@@ -87,7 +86,7 @@ public:
     void read_crystal_strcuture_files(bool binfo, bool write_files);
 
     // ------------------------------------------------ symmetry
-    static void ParseTransformString(const std::string& op, double R[3][3], double t[3]);
+    static void ParseTransformString(const std::string& op, Mat3& R, Vec3& t);
     void make_spacegroup_P1(int use_fractional);
 
     // ------------------------------------------------ molecule separation
@@ -148,7 +147,7 @@ public:
     // Unknown elements weigh nothing; when nothing weighs (all unknown), the plain
     // mean is taken so that the centre is still a point of the molecule (a molecule
     // without atoms has no centre: not a number, and no neighbours either).
-    double centre_of_mass(int natoms, const int* atypes, const double* x_s, double* com) const;
+    double centre_of_mass(int natoms, const int* atypes, const double* x_s, Vec3& com) const;
     // mol_mass, mol_com_s and mol_com of every molecule; the neighbour list orders by them.
     void fill_mass_and_centres();
 

@@ -187,7 +187,8 @@ void CifWalk::read_operations(bool with_id)
 // put atoms where no bond search ends.
 void CifWalk::check_operation(const std::string& op) const
 {
-    double R[3][3], t[3];
+    Mat3 R;
+    Vec3 t;
     FileIO::ParseTransformString(op, R, t);
     for (int k = 0; k < 3; ++k) {
         check_finite(file_, line_number(), "symmetry operation " + op, t[k], kMaxCells);
@@ -319,7 +320,6 @@ void FileIO::read_data_cif(const char* filename, bool binfo)
     cif_atypes.resize(static_cast<size_t>(cif_natoms));
     cif_nw_radius.resize(static_cast<size_t>(cif_natoms));
     cif_x_s.resize(3 * static_cast<size_t>(cif_natoms));
-    cif_x.resize(3 * static_cast<size_t>(cif_natoms));
     for (int i = 0; i < cif_natoms; ++i) {
         // Only the first two characters count: "Cl" is chlorine, the ion "O2-" unknown.
         cif_atypes[i] = find_element_index_from_name(cif_symbols[i].c_str());
@@ -327,10 +327,10 @@ void FileIO::read_data_cif(const char* filename, bool binfo)
         cif_x_s[3 * i] = std::atof(cif_fx[i].c_str());
         cif_x_s[3 * i + 1] = std::atof(cif_fy[i].c_str());
         cif_x_s[3 * i + 2] = std::atof(cif_fz[i].c_str());
-        coord_f2c(&cif_x_s[3 * i], &cif_x[3 * i]);
     }
+    coords_f2c(cif_x_s, cif_x);
     make_spacegroup_P1(walk.fract_columns());
-    for (int i = 0; i < cif_natoms; ++i) coord_f2c(&cif_x_s[3 * i], &cif_x[3 * i]);
+    coords_f2c(cif_x_s, cif_x);
     separate_cif_molecules(binfo);
     if (binfo) std::cout << "Crystal file " << filename << " parsing done.\n";
 }

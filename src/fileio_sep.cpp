@@ -17,25 +17,26 @@ constexpr double kNotFoundDist = 9999.99;
 // is above 0.5 and added while it is below -0.5. Every such step is exact for the
 // bounded coordinates a structure holds, so d - ceil(d - 0.5) is that very result,
 // reached without a loop as long as the offset.
-void minimum_image(double d[3])
+void minimum_image(Vec3& d)
 {
-    for (int c = 0; c < 3; ++c) {
-        if (d[c] > 0.5) d[c] -= std::ceil(d[c] - 0.5);
-        if (d[c] < -0.5) d[c] -= std::floor(d[c] + 0.5);
+    for (double& v : d) {
+        if (v > 0.5) v -= std::ceil(v - 0.5);
+        if (v < -0.5) v -= std::floor(v + 0.5);
     }
 }
 
-void difference(const double* x_s, int m, int k, double d[3])
+Vec3 difference(const double* x_s, int m, int k)
 {
-    for (int c = 0; c < 3; ++c) d[c] = x_s[3 * m + c] - x_s[3 * k + c];
+    return {x_s[3 * m] - x_s[3 * k], x_s[3 * m + 1] - x_s[3 * k + 1], x_s[3 * m + 2] - x_s[3 * k + 2]};
 }
 
-double cartesian_length(const Mat3& latt, const double d[3])
+// Atom k moves to m - d: the image next to m.
+void place_next_to(double* x_s, int m, int k, const Vec3& d)
 {
-    double r[3];
-    mat_vec_mul(latt, d, r);
-    return get_magnitude(r);
+    for (size_t c = 0; c < d.size(); ++c) x_s[3 * k + c] = x_s[3 * m + c] - d[c];
 }
+
+double cartesian_length(const Mat3& latt, const Vec3& d) { return get_magnitude(mat_vec_mul(latt, d)); }
 
 // Grows one molecule from `seed`, each step adding the lowest-index unassigned
 // atom bonded to any member, as searching again from the first atom at every
@@ -85,8 +86,7 @@ void FileIO::find_bond_atom(int natoms, const int* unassigned, int nmember, cons
         for (int p = 0; p < nmember; ++p) {
             const int m = members[p];
             if (m == k) continue;
-            double d[3];
-            difference(cif_x_s.data(), m, k, d);
+            Vec3 d = difference(cif_x_s.data(), m, k);
             minimum_image(d);
             const double r = cartesian_length(latt, d);
             if ((cif_nw_radius[m] + cif_nw_radius[k]) * bond_dis_scale > r) {
@@ -105,8 +105,7 @@ void FileIO::separate_cif_molecules(bool binfo)
     cifmol_atoms.clear();
     std::vector<char> unassigned(static_cast<size_t>(std::max(cif_natoms, 0)), true);
     const auto bonded = [this](int m, int k) {
-        double d[3];
-        difference(cif_x_s.data(), m, k, d);
+        Vec3 d = difference(cif_x_s.data(), m, k);
         minimum_image(d);
         return (cif_nw_radius[m] + cif_nw_radius[k]) * bond_dis_scale > cartesian_length(latt, d);
     };
@@ -143,14 +142,13 @@ void FileIO::find_bond_atom_one(int natoms, double* x_s, const double* radius, c
             const int m = members[p];
             if (m == k) continue;
             const double cutoff = (radius[m] + radius[k]) * bond_dis_scale;
-            double d[3];
-            difference(x_s, m, k, d);
+            Vec3 d = difference(x_s, m, k);
             double r = cartesian_length(latt, d);
             if (r >= cutoff) {
                 minimum_image(d);
                 r = cartesian_length(latt, d);
                 if (r >= cutoff) continue;
-                for (int c = 0; c < 3; ++c) x_s[3 * k + c] = x_s[3 * m + c] - d[c];  // next to m
+                place_next_to(x_s, m, k, d);
             }
             *out_atom = k;
             *out_member = m;
@@ -175,21 +173,20 @@ void FileIO::make_whole_molecule(int mol_number, int natoms, const int* atypes, 
     std::vector<char> unassigned(n, true);
     // Bonded as the atoms lie, or else through a cell face; then the atom moves
     // to the image next to its partner.
-    const auto image = [&](int m, int k, double d[3]) {
-        difference(x_s, m, k, d);
+    const auto image = [&](int m, int k, Vec3& d) {
+        d = difference(x_s, m, k);
         const double cutoff = (radius[m] + radius[k]) * bond_dis_scale;
         if (cartesian_length(latt, d) < cutoff) return 0;
         minimum_image(d);
         return cartesian_length(latt, d) < cutoff ? 1 : -1;
     };
     const auto bonded = [&](int m, int k) {
-        double d[3];
+        Vec3 d;
         return image(m, k, d) >= 0;
     };
     const auto join = [&](int m, int k) {
-        double d[3];
-        if (image(m, k, d) == 1)
-            for (int c = 0; c < 3; ++c) x_s[3 * k + c] = x_s[3 * m + c] - d[c];
+        Vec3 d;
+        if (image(m, k, d) == 1) place_next_to(x_s, m, k, d);
     };
     const std::vector<int> members = n ? grow_molecule(natoms, unassigned, 0, bonded, join) : std::vector<int>{};
     if (members.size() < n) {
@@ -198,11 +195,11 @@ void FileIO::make_whole_molecule(int mol_number, int natoms, const int* atypes, 
                   ", natoms = " + std::to_string(natoms) + "\n");
     }
 
-    double com[3];
+    Vec3 com;
     centre_of_mass(natoms, atypes, x_s, com);
     if (binfo) std::printf("  molecule %d COM = %9.6f %9.6f %9.6f\n", mol_number, com[0], com[1], com[2]);
     bool shifted = false;
-    for (int c = 0; c < 3; ++c) {
+    for (size_t c = 0; c < com.size(); ++c) {
         const double shift = com[c] > kComHigh ? -1.0 : com[c] < kComLow ? 1.0 : 0.0;
         if (shift == 0.0) continue;
         shifted = true;

@@ -19,7 +19,7 @@ double wrap_once(double v)
 }
 
 // The numeric form: twelve numbers, row by row, each row's translation last.
-void parse_numeric_operation(const std::string& op, double R[3][3], double t[3])
+void parse_numeric_operation(const std::string& op, Mat3& R, Vec3& t)
 {
     std::istringstream in(op);
     in.imbue(std::locale::classic());
@@ -33,7 +33,7 @@ void parse_numeric_operation(const std::string& op, double R[3][3], double t[3])
 // One component such as "-x+1/2" into row R[k] and t[k]. A number overwrites
 // the translation rather than adding to it, and a fraction takes its numerator
 // truncated to an integer.
-void parse_component(const std::string& comp, double row[3], double& t)
+void parse_component(const std::string& comp, Vec3& row, double& t)
 {
     double sign = 1.0;
     bool divide = false;
@@ -72,12 +72,10 @@ void parse_component(const std::string& comp, double row[3], double& t)
 }
 }  // namespace
 
-void FileIO::ParseTransformString(const std::string& op, double R[3][3], double t[3])
+void FileIO::ParseTransformString(const std::string& op, Mat3& R, Vec3& t)
 {
-    for (int k = 0; k < 3; ++k) {
-        R[k][0] = R[k][1] = R[k][2] = 0.0;
-        t[k] = 0.0;
-    }
+    R = {};
+    t = {};
     const bool has_comma = op.find(',') != std::string::npos;
     const bool has_space = op.find(' ') != std::string::npos;
     if (!has_comma && has_space) {
@@ -93,11 +91,11 @@ void FileIO::ParseTransformString(const std::string& op, double R[3][3], double 
         }
     }
     // Neither comma nor space (a stray "loop_" taken as an operation): all zero.
-    for (int k = 0; k < 3; ++k) t[k] = wrap_once(t[k]);
+    for (double& v : t) v = wrap_once(v);
 }
 
 namespace {
-void print_operation(const std::string& op, const double R[3][3], const double t[3])
+void print_operation(const std::string& op, const Mat3& R, const Vec3& t)
 {
     std::cout << ">> operations: " << op << "\n" << "matrix:\n";
     for (int k = 0; k < 3; ++k) {
@@ -152,7 +150,8 @@ void FileIO::make_spacegroup_P1(int use_fractional)
     std::vector<double>& dst = use_fractional ? x_s : x;
 
     for (size_t k = 0; k < symm_ops.size(); ++k) {
-        double R[3][3], t[3];
+        Mat3 R;
+        Vec3 t;
         ParseTransformString(symm_ops[k], R, t);
         if (flag_detail_print) print_operation(symm_ops[k], R, t);
         for (int i = 0; i < n0; ++i) {

@@ -344,10 +344,18 @@ void invert(const Mat3& m, Mat3& inv)
         for (int j = 0; j < 3; ++j) inv[i][j] = cof[j][i] * r;
 }
 
-double get_magnitude(const double* v) { return std::sqrt((v[0] * v[0] + v[1] * v[1]) + v[2] * v[2]); }
+double get_magnitude(const Vec3& v) { return std::sqrt((v[0] * v[0] + v[1] * v[1]) + v[2] * v[2]); }
 
-void mat_vec_mul(const Mat3& m, const double* v, double* out)
+Vec3 mat_vec_mul(const Mat3& m, const Vec3& v)
 {
-    const double x = v[0], y = v[1], z = v[2];
-    for (int i = 0; i < 3; ++i) out[i] = m[i][0] * x + m[i][1] * y + m[i][2] * z;
+    Vec3 out;
+    for (size_t i = 0; i < out.size(); ++i) out[i] = m[i][0] * v[0] + m[i][1] * v[1] + m[i][2] * v[2];
+    return out;
+}
+
+Vec3 vec3_at(const std::vector<double>& x, size_t i) { return {x[3 * i], x[3 * i + 1], x[3 * i + 2]}; }
+
+void set_vec3_at(std::vector<double>& x, size_t i, const Vec3& v)
+{
+    for (size_t d = 0; d < v.size(); ++d) x[3 * i + d] = v[d];
 }

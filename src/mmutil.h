@@ -147,8 +147,12 @@ void quickSort_d(const double* keys, int* idx, int n);
 void q_sort2(const double* keys, int* idx, int left, int right);
 
 void invert(const Mat3& m, Mat3& inv);
-double get_magnitude(const double* v);
-void mat_vec_mul(const Mat3& m, const double* v, double* out);
+double get_magnitude(const Vec3& v);
+inline double squared_length(const Vec3& v) { return v[0] * v[0] + v[1] * v[1] + v[2] * v[2]; }
+Vec3 mat_vec_mul(const Mat3& m, const Vec3& v);
+// Atom i of a flat x, y, z array, and back.
+Vec3 vec3_at(const std::vector<double>& x, size_t i);
+void set_vec3_at(std::vector<double>& x, size_t i, const Vec3& v);
 
 // Degrees to radians with the rounded pi the whole tool uses.
 constexpr double kPi = 3.1415926535898;

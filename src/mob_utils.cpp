@@ -185,7 +185,7 @@ void write_mob_line(const std::string& name, int line, const std::string& label,
 
 void parse_track_line(const char* line, double* v)
 {
-    double fast[5];
+    std::array<double, 5> fast;
     const char* p = line;
     for (double& x : fast) {
         while (is_blank(*p)) ++p;
@@ -195,7 +195,7 @@ void parse_track_line(const char* line, double* v)
             return;
         }
     }
-    std::copy(fast, fast + 5, v);
+    std::copy(fast.begin(), fast.end(), v);
 }
 
 Mobutils::Mobutils() = default;
@@ -279,15 +279,15 @@ std::pair<int, int> Mobutils::read_track(std::FILE* f, std::vector<char>& block,
 {
     TrackLines lines(f, block);
     lines.next();  // header
-    double v[5] = {0, 0, 0, 0, 0};
+    std::array<double, 5> v{};
     int bad = 0, data_lines = 0;
     const auto finite = [](double x) { return std::isfinite(x); };
     for (int t = 0; t < ntime; ++t) {
         if (const char* line = lines.next()) {
-            parse_track_line(line, v);
+            parse_track_line(line, v.data());
             ++data_lines;
             // Only the first file's times are kept.
-            if (bad == 0 && !std::all_of(v + (j == 0 ? 0 : 1), v + 5, finite)) bad = lines.number();
+            if (bad == 0 && !std::all_of(v.begin() + (j == 0 ? 0 : 1), v.end(), finite)) bad = lines.number();
         }
         track_x[j][t] = v[1];
         track_y[j][t] = v[2];
@@ -346,7 +346,7 @@ void Mobutils::mob_direction_a_b_c(const RandomSeeds& seeds)
         // The axis is a column of latt; a zero column gives directions that are not numbers.
         const int col = axis[0] - 'a';
         const Vec3 column = {latt[0][col], latt[1][col], latt[2][col]};
-        const double len = get_magnitude(column.data());
+        const double len = get_magnitude(column);
         mob_engine::project_squares(track_x, track_y, track_z, n, ntime, {column[0] / len, column[1] / len, column[2] / len},
                         weights, mean, slopes);
         if (output_level & 4) write_aver_track(strprintf("aver_track_%s.dat", axis), kLineAverTrackAxis, track_time, mean);

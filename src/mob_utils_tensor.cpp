@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iostream>
+#include <numeric>
 #include <random>
 
 #include "mob_utils.h"
@@ -68,7 +69,7 @@ void eigen(Mat3 a, Vec3& value, Mat3& vector)
 
 double along(const Mat3& m, Vec3 u)
 {
-    const double len = get_magnitude(u.data());
+    const double len = get_magnitude(u);
     for (double& x : u) x /= len;
     double q = 0.0;
     for (int i = 0; i < 3; ++i)
@@ -121,9 +122,9 @@ struct TensorReport {
     Mat3 mu;            // cm^2/(V s), Cartesian
     Vec3 principal;     // largest first
     Mat3 axes;          // columns: the principal axes
-    Vec3 along[2];      // along a, b, c; along a*, b*, c*
-    double value[7];    // average, principal 1..3, first half, second half, their difference
-    Spread spread[7];
+    std::array<Vec3, 2> along;      // along a, b, c; along a*, b*, c*
+    std::array<double, 7> value;    // average, principal 1..3, first half, second half, their difference
+    std::array<Spread, 7> spread;
     bool halves;        // enough time points to compare the halves
 };
 
@@ -144,8 +145,8 @@ void write_report(std::FILE* out, const TensorReport& r, int nsimu, int ntime, d
     std::fprintf(out, "# bootstrap over %d resamples of the trajectories: value, standard error (standard deviation\n"
                       "# of the resamples), 95%% percentile interval low and high, and the half-range the other files report\n",
                  kResamples);
-    const char* const labels[] = {"average", "principal_1", "principal_2", "principal_3"};
-    for (int k = 0; k < 4; ++k)
+    const std::array<const char*, 4> labels = {"average", "principal_1", "principal_2", "principal_3"};
+    for (size_t k = 0; k < labels.size(); ++k)
         std::fprintf(out, "%-12s %14.6e %14.6e %14.6e %14.6e %14.6e\n", labels[k], r.value[k], r.spread[k].se,
                      r.spread[k].low, r.spread[k].high, r.spread[k].half_range);
     std::fprintf(out, "# linearity: the average mobility fitted over the first and over the second half of the\n"
@@ -190,7 +191,7 @@ void Mobutils::mob_tensor(const RandomSeeds& seeds)
 
     TensorReport r;
     std::vector<int> all(static_cast<size_t>(n));
-    for (int j = 0; j < n; ++j) all[j] = j;
+    std::iota(all.begin(), all.end(), 0);
     r.mu = tensor_of(all);
     eigen(r.mu, r.principal, r.axes);
     for (int c = 0; c < 3; ++c) {
@@ -198,15 +199,13 @@ void Mobutils::mob_tensor(const RandomSeeds& seeds)
         r.along[1][c] = along(r.mu, {latt_inv[c][0], latt_inv[c][1], latt_inv[c][2]});
     }
     const double first = f3 * mean(r2_first, all), second = f3 * mean(r2_second, all);
-    const double values[7] = {f3 * mean(r2_all, all), r.principal[0], r.principal[1], r.principal[2], first, second,
-                              second - first};
-    std::copy(values, values + 7, r.value);
+    r.value = {f3 * mean(r2_all, all), r.principal[0], r.principal[1], r.principal[2], first, second, second - first};
     r.halves = half >= 3;
 
     // 200 resamples of the trajectories, from a generator of this analysis alone.
     std::mt19937 gen(seeds.scan.empty() ? std::random_device("default")() : seeds.scan.front());
     std::uniform_int_distribution<int> draw(0, std::max(n - 1, 0));
-    std::vector<std::vector<double>> boot(7);
+    std::array<std::vector<double>, 7> boot;
     std::vector<int> pick(static_cast<size_t>(n));
     for (int s = 0; s < kResamples && n > 0; ++s) {
         for (int& j : pick) j = draw(gen);
@@ -214,10 +213,11 @@ void Mobutils::mob_tensor(const RandomSeeds& seeds)
         Mat3 unused;
         eigen(tensor_of(pick), value, unused);
         const double half1 = f3 * mean(r2_first, pick), half2 = f3 * mean(r2_second, pick);
-        const double resample[7] = {f3 * mean(r2_all, pick), value[0], value[1], value[2], half1, half2, half2 - half1};
-        for (int k = 0; k < 7; ++k) boot[k].push_back(resample[k]);
+        const std::array<double, 7> resample = {f3 * mean(r2_all, pick), value[0], value[1], value[2], half1, half2,
+                                                half2 - half1};
+        for (size_t k = 0; k < resample.size(); ++k) boot[k].push_back(resample[k]);
     }
-    for (int k = 0; k < 7; ++k) r.spread[k] = n > 1 ? spread_of(boot[k]) : Spread{NAN, NAN, NAN, NAN};
+    for (size_t k = 0; k < r.spread.size(); ++k) r.spread[k] = n > 1 ? spread_of(boot[k]) : Spread{NAN, NAN, NAN, NAN};
 
     const File f = open_file(kTensorFile, "wt");
     if (!f) fatal_open(kModule, kLineTensorFile, kTensorFile);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <numeric>
 
 namespace {
 const char* const kModule = "transport";
@@ -52,17 +53,16 @@ void Transport::read_charge_inp()
     charge = std::string(1, line[0]);
 }
 
-bool Transport::found_molecule_within_rcut(int i, int j, const int cell[3], double rcut_sq,
+bool Transport::found_molecule_within_rcut(int i, int j, const Vec3& cell, double rcut_sq,
                                            double* out_rsq) const
 {
     const std::vector<double>& xi = mol_x_s[i];
     const std::vector<double>& xj = mol_x_s[j];
     for (int a = 0; a < mol_natoms[i]; ++a) {
         for (int b = 0; b < mol_natoms[j]; ++b) {
-            double d[3], r[3];
-            for (int k = 0; k < 3; ++k) d[k] = xj[3 * b + k] - xi[3 * a + k] + cell[k];
-            mat_vec_mul(latt, d, r);
-            const double s = r[0] * r[0] + r[1] * r[1] + r[2] * r[2];
+            Vec3 d;
+            for (size_t k = 0; k < d.size(); ++k) d[k] = xj[3 * b + k] - xi[3 * a + k] + cell[k];
+            const double s = squared_length(mat_vec_mul(latt, d));
             if (s < rcut_sq) {
                 *out_rsq = s;  // the first pair in range, not the closest
                 return true;
@@ -122,19 +122,19 @@ void Transport::build_neighbor_list(bool verbose)
                 for (int ka = -na; ka <= na; ++ka)
                     for (int j = 0; j < mol_count; ++j) {
                         if (j == i && ka == 0 && kb == 0 && kc == 0) continue;
-                        const int cell[3] = {ka, kb, kc};
+                        const Vec3 cell = {double(ka), double(kb), double(kc)};
                         double rsq = 1.0e6;
                         if (!found_molecule_within_rcut(i, j, cell, rcut_sq, &rsq)) continue;
-                        double d[3], r[3];
-                        for (int k = 0; k < 3; ++k) d[k] = mol_com_s[3 * j + k] - mol_com_s[3 * i + k] + cell[k];
-                        mat_vec_mul(latt, d, r);
+                        const Vec3 com_i = vec3_at(mol_com_s, i), com_j = vec3_at(mol_com_s, j);
+                        Vec3 d;
+                        for (size_t k = 0; k < d.size(); ++k) d[k] = com_j[k] - com_i[k] + cell[k];
                         cand[count] = {j, ka, kb, kc};
-                        key[count] = r[0] * r[0] + r[1] * r[1] + r[2] * r[2];
+                        key[count] = squared_length(mat_vec_mul(latt, d));
                         ++count;
                         if (count >= NNEIMAX)
                             fatal(kModule, 870, -1, "", "Need to boost NNEIMAX (NumNeigh=" + std::to_string(NNEIMAX) + ")\n");
                     }
-        for (int k = 0; k < count; ++k) order[k] = k;
+        std::iota(order.begin(), order.begin() + count, 0);
         quickSort_d(key.data(), order.data(), count);
         num_neighbors[i] = count;
         for (int k = 0; k < count; ++k) {
@@ -154,16 +154,16 @@ void Transport::build_neighbor_list(bool verbose)
 void Transport::allocate_mol_id_indexes_array()
 {
     const size_t nmol = static_cast<size_t>(mol_count);
-    uc_mol_id.assign(nmol, 0);
+    uc_mol_id.resize(nmol);
+    std::iota(uc_mol_id.begin(), uc_mol_id.end(), 1);
+    nei_mol_id = uc_mol_id;
     uc_mol_index.assign(nmol, 0);
-    nei_mol_id.assign(nmol, 0);
     nei_mol_index.assign(nmol, 0);
-    for (size_t i = 0; i < nmol; ++i) uc_mol_id[i] = nei_mol_id[i] = static_cast<int>(i) + 1;
     pair_id.assign(nmol, {});
     pair_index.assign(nmol, {});
     for (size_t i = 0; i < nmol; ++i) {
         pair_id[i].resize(static_cast<size_t>(num_neighbors[i]));
+        std::iota(pair_id[i].begin(), pair_id[i].end(), 1);
         pair_index[i].assign(static_cast<size_t>(num_neighbors[i]), 0);
-        for (int k = 0; k < num_neighbors[i]; ++k) pair_id[i][k] = k + 1;
     }
 }

@@ -23,7 +23,7 @@ public:
     void calc_homo();
     void read_charge_inp();
     void build_neighbor_list(bool verbose);
-    bool found_molecule_within_rcut(int i, int j, const int cell[3], double rcut_sq,
+    bool found_molecule_within_rcut(int i, int j, const Vec3& cell, double rcut_sq,
                                     double* out_rsq) const;
     void allocate_mol_id_indexes_array();
 

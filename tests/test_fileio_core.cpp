@@ -101,9 +101,10 @@ TEST(SymmParse, RowsAndTranslations)
         {".x,y,z", {1, 0, 0}, 0.0},  // a lone "." is no number, and only itself is passed over
     };
     for (const auto& c : cases) {
-        double R[3][3], t[3];
+        Mat3 R;
+        Vec3 t;
         FileIO::ParseTransformString(c.op, R, t);
-        EXPECT_EQ((std::array<double, 3>{R[0][0], R[0][1], R[0][2]}), c.row0) << c.op;
+        EXPECT_EQ(R[0], c.row0) << c.op;
         EXPECT_DOUBLE_EQ(t[0], c.t0) << c.op;
     }
 }

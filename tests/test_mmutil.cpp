@@ -121,13 +121,8 @@ TEST(MmutilMatrix, InverseProductAndLength)
             const double e = m[i][0] * inv[0][j] + m[i][1] * inv[1][j] + m[i][2] * inv[2][j];
             EXPECT_NEAR(e, i == j ? 1.0 : 0.0, 1e-15) << i << j;
         }
-    double v[3] = {1, -2, 3}, out[3];
-    mat_vec_mul(m, v, out);
-    mat_vec_mul(m, v, v);  // in place: the input is read whole first
-    EXPECT_EQ(std::vector<double>(out, out + 3), (std::vector<double>{-3, -1, 16.5}));
-    EXPECT_EQ(std::vector<double>(v, v + 3), (std::vector<double>{-3, -1, 16.5}));
-    const double w[3] = {2, 3, 6};
-    EXPECT_EQ(get_magnitude(w), 7.0);
+    EXPECT_EQ(mat_vec_mul(m, {1, -2, 3}), (Vec3{-3, -1, 16.5}));
+    EXPECT_EQ(get_magnitude({2, 3, 6}), 7.0);
 }
 
 TEST(MmutilMatrix, InvertFailuresEndTheRun)
