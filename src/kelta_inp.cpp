@@ -122,9 +122,9 @@ void KeltaInp::load_kelta_inp_file(const char* path, bool /*verbose*/)
 {
     const File f = open_file(path, "rt");
     if (!f) fatal(kModule, 120, -1, strprintf(kOpenFailed, path));
-    lines_.clear();
-    std::string line;
-    while (read_line(f.get(), line, 1024)) lines_.push_back(line);
+    std::vector<std::string> lines;
+    for (std::string line; read_line(f.get(), line, 1024);) lines.push_back(line);
+    lines_ = std::move(lines);
 }
 
 bool KeltaInp::read_kelta_inp(const char* path, bool verbose)

@@ -147,7 +147,7 @@ void run(const RunOptions& o, const RandomSeeds& seeds)
 
 int kelta_mob_main(int argc, char** argv, const RandomSeeds& seeds)
 {
-    const std::string prog = program_name(argc > 0 ? argv[0] : nullptr);
+    const std::string prog = program_name(argv[0]);  // null when argc is 0
     try {
         run(parse_options(argc, argv, prog), seeds);
     } catch (const RunExit& e) {

@@ -236,8 +236,8 @@ void Mobutils::readin_track_data()
     // Every entry is set by the reader threads, which touch the memory first.
     for (Table* table : {&track_x, &track_y, &track_z, &track_r2}) table->allocate(n, ntime);
 
-    std::vector<int> bad_line(static_cast<size_t>(n), 0);  // first line with a value that is no finite number
-    std::vector<char> no_data(static_cast<size_t>(n), 0);
+    std::vector<int> bad_line(static_cast<size_t>(n));  // first line with a value that is no finite number
+    std::vector<char> no_data(static_cast<size_t>(n));
     int missing = n;  // the lowest-numbered file that cannot be opened
     bool out_of_memory = false;
 #pragma omp parallel

@@ -48,9 +48,13 @@ TEST(FileIODispatch, MoleculeModeReadsTheFilesIntoTheGivenCell)
     capture([&] { f.read_crystal_strcuture_files(false, true); });
     EXPECT_EQ(read_file("kelta_files/mol1_bonds.dat"), "4\n  1   5  0  0\n  2   5  0  0\n  3   5  0  0\n  4   5  0  0\n");
     EXPECT_EQ(read_file("kelta_files/cellvec.dat"), "a =        10         0         0\nb =         3        12         4\nc =         4         3        12\n");
-    std::filesystem::remove("kelta_files/cellvec.dat"), std::filesystem::create_directory("kelta_files/cellvec.dat");
-    const Outcome o = capture([&] { f.read_crystal_strcuture_files(false, true); });
-    EXPECT_EQ(std::to_string(o.status) + " " + o.err, "-1 Failed to open output file kelta_files/cellvec.dat\n");
+    for (const std::string file : {"cellvec.dat 1452", "mol1_bonds.dat 1437"}) {  // a directory in the file's place
+        const std::string path = "kelta_files/" + file.substr(0, file.find(' '));
+        std::filesystem::remove(path), std::filesystem::create_directory(path);
+        const Outcome o = capture([&] { f.read_crystal_strcuture_files(false, true); });
+        EXPECT_EQ(o.out.substr(o.out.find('\n') + 1) + std::to_string(o.status) + " " + o.err, "\nERROR  transport : fileio : line " + file.substr(file.find(' ') + 1) +
+                                                                      " : \n-1 Failed to open output file " + path + "\n");
+    }
 }
 
 TEST(FileIOLookups, ElementsCellAndSeeds)
