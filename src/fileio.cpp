@@ -328,27 +328,23 @@ void FileIO::resize_mol_slots(int count)
 }
 
 // Lays out the separated CIF molecules as per-molecule arrays, atoms in the
-// order the separation added them.
+// order the separation added them. The Cartesian copies follow once each
+// molecule is whole.
 void FileIO::copy_cif_molecules()
 {
     mol_count = static_cast<int>(cifmol_natoms.size());
     resize_mol_slots(mol_count);
-    mol_names.assign(static_cast<size_t>(mol_count), "");
+    mol_names.resize(static_cast<size_t>(mol_count));
     size_t offset = 0;
     for (int m = 0; m < mol_count; ++m) {
         mol_names[m] = "mol" + std::to_string(m + 1) + ".mol";
-        const int n = cifmol_natoms[m];
-        mol_natoms[m] = n;
-        mol_atypes[m].resize(static_cast<size_t>(n));
-        mol_x[m].resize(3 * static_cast<size_t>(n));
-        mol_x_s[m].resize(3 * static_cast<size_t>(n));
-        for (int a = 0; a < n; ++a, ++offset) {
+        mol_natoms[m] = cifmol_natoms[m];
+        mol_atypes[m].resize(static_cast<size_t>(mol_natoms[m]));
+        mol_x_s[m].resize(3 * mol_atypes[m].size());
+        for (size_t a = 0; a < mol_atypes[m].size(); ++a, ++offset) {
             const int k = cifmol_atoms[offset];
             mol_atypes[m][a] = cif_atypes[k];
-            for (int d = 0; d < 3; ++d) {
-                mol_x[m][3 * a + d] = cif_x[3 * k + d];
-                mol_x_s[m][3 * a + d] = cif_x_s[3 * k + d];
-            }
+            set_vec3_at(mol_x_s[m], a, vec3_at(cif_x_s, static_cast<size_t>(k)));
         }
     }
 }
@@ -365,7 +361,7 @@ void FileIO::fill_mass_and_centres()
 
 void FileIO::list_bonds()
 {
-    mol_bonds.assign(static_cast<size_t>(mol_count > 0 ? mol_count : 0), {});
+    mol_bonds.assign(mol_natoms.size(), {});
     for (int m = 0; m < mol_count; ++m) {
         const std::vector<double>& x = mol_x[m];
         for (int i = 0; i + 1 < mol_natoms[m]; ++i) {

@@ -104,7 +104,7 @@ public:
     Mat3 latt{};                      // columns are a, b, c: Cartesian = latt . fractional
     Mat3 latt_inv{};
     Vec3 vec_a{}, vec_b{}, vec_c{};  // cell vectors; the vector_a/b/c keywords write them
-    double len_a = 0, len_b = 0, len_c = 0;
+    double len_a{}, len_b{}, len_c{};
     std::array<int, 3> scell_n{3, 3, 3};  // nei_scell: cells searched on each side
     Mat3 scell_latt{};                    // rows of latt scaled by scell_n (row-wise on purpose)
     double bond_dis_scale = 1.15;

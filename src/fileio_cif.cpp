@@ -121,9 +121,9 @@ bool CifWalk::read_tag(const std::string& s)
             return true;
         }
     }
-    static const char* const cell_tags[6] = {"_cell_length_a", "_cell_length_b",   "_cell_length_c",
-                                             "_cell_angle_alpha", "_cell_angle_beta", "_cell_angle_gamma"};
-    for (int k = 0; k < 6; ++k) {
+    static const std::array<const char*, 6> cell_tags = {"_cell_length_a",    "_cell_length_b",   "_cell_length_c",
+                                                         "_cell_angle_alpha", "_cell_angle_beta", "_cell_angle_gamma"};
+    for (size_t k = 0; k < cell_tags.size(); ++k) {
         if (contains(s, cell_tags[k])) {
             const double v = std::atof(value.c_str());  // "12.345(6)" reads as 12.345
             if (k < 3) check_finite(file_, line_number(), cell_tags[k], v, kMaxLength);
@@ -274,10 +274,10 @@ void print_cif_summary(const FileIO& f)
               << "  Spacegroup name: " << f.spacegroup_name << "\n"
               << "  Spacegroup operations: \n";
     for (const std::string& op : f.symm_ops) std::cout << "    " << op << "\n";
-    static const char* const names[6] = {"  Cell lattice a = ",     "  Cell lattice b = ",
-                                         "  Cell lattice c = ",     "  Cell lattice alpha = ",
-                                         "  Cell lattice beta  = ", "  Cell lattice gamma = "};
-    for (int k = 0; k < 6; ++k) std::cout << names[k] << f.cell_latt[k] << "\n";
+    static const std::array<const char*, 6> names = {"  Cell lattice a = ",     "  Cell lattice b = ",
+                                                     "  Cell lattice c = ",     "  Cell lattice alpha = ",
+                                                     "  Cell lattice beta  = ", "  Cell lattice gamma = "};
+    for (size_t k = 0; k < names.size(); ++k) std::cout << names[k] << f.cell_latt[k] << "\n";
     const size_t n = f.cif_labels.size();
     std::cout << "  natoms_cif = " << n << "\n";
     if (n == 0) return;

@@ -66,6 +66,6 @@ private:
 
     std::vector<std::string> lines_;  // the file, one entry per read; only during reading
     std::string path_;                // the file being read, and the line number of the
-    int line_ = 0;                    // setting being stored, for messages
+    int line_{};                      // setting being stored, for messages
     bool verbose_ = false;
 };

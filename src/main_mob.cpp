@@ -16,13 +16,11 @@ const char* const kStars = "****************************************************
 
 void print_KELTA_title()
 {
-    const std::string lines[4] = {
-        kStars,
-        std::string("*   KELTA Transport Calculation Utility, Version ") + kReleaseLabel + "    *",
-        "*   Carrier mobility from kinetic Monte Carlo trajectories        *",
-        kStars,
-    };
-    for (const std::string& l : lines) std::cout << l << std::endl;
+    for (const std::string& l : {std::string(kStars),
+                                 std::string("*   KELTA Transport Calculation Utility, Version ") + kReleaseLabel + "    *",
+                                 std::string("*   Carrier mobility from kinetic Monte Carlo trajectories        *"),
+                                 std::string(kStars)})
+        std::cout << l << std::endl;
 }
 
 void print_help(const std::string& prog)

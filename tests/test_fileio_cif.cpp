@@ -56,7 +56,7 @@ TEST(CifCrystal, MoleculesAreWholeAndCentredInTheCell)
         std::vector<int> sizes = f.mol_natoms;
         std::sort(sizes.begin(), sizes.end());
         EXPECT_EQ(sizes, c.molecules);
-        if (f.mol_count > 0) EXPECT_EQ(f.mol_names.back(), "mol" + std::to_string(f.mol_count) + ".mol");
+        if (f.mol_count > 0) { EXPECT_EQ(f.mol_names.back(), "mol" + std::to_string(f.mol_count) + ".mol"); }
         // Each atom is bonded to another of its molecule without periodic images; the centre is in the cell.
         for (int m = 0; m < f.mol_count; ++m) {
             const std::vector<double>& x = f.mol_x[m];
