@@ -75,7 +75,7 @@ void FileIO::read_data_mol(const char* filename, int index, bool binfo)
         ReadV3000Block(lines, index, binfo);
     else
         read_mol_v2000(lines, counts, index);
-    mol_x_s[index].assign(mol_x[index].size(), 0.0);  // filled by the dispatch
+    mol_x_s[index].resize(mol_x[index].size());  // filled by the dispatch
 }
 
 void FileIO::read_mol_v2000(LineInput& in, const std::string& counts, int index)

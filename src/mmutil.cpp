@@ -147,13 +147,13 @@ bool iequals(const std::string& a, const std::string& b)
     return true;
 }
 
-int my_strcasestr(const char* a, const char* b, int n)
+bool my_strcasestr(const char* a, const char* b, int n)
 {
     for (int k = 0; k < n; ++k) {
-        if (lower(a[k]) != lower(b[k])) return 0;
-        if (a[k] == '\0') return 1;  // both strings ended together
+        if (lower(a[k]) != lower(b[k])) return false;
+        if (a[k] == '\0') return true;  // both strings ended together
     }
-    return 1;
+    return true;
 }
 
 bool tokenize(std::vector<std::string>& out, const char* str, const char* delims)
@@ -163,8 +163,7 @@ bool tokenize(std::vector<std::string>& out, const char* str, const char* delims
     std::string cur;
     for (const char* p = str; *p; ++p) {
         if (is_one_of(*p, delims)) {
-            if (!cur.empty()) out.push_back(std::move(cur));
-            cur.clear();
+            if (!cur.empty()) out.push_back(std::exchange(cur, {}));
         } else {
             cur += *p;
         }

@@ -70,7 +70,7 @@ std::string& sg_trimr(std::string& s);
 std::string& sg_trim(std::string& s);
 void c_trim(char* s);
 bool iequals(const std::string& a, const std::string& b);
-int my_strcasestr(const char* a, const char* b, int n);
+bool my_strcasestr(const char* a, const char* b, int n);
 bool tokenize(std::vector<std::string>& out, const char* str, const char* delims);
 std::string RemoveWhiteSpaceUnderscore(const std::string& s);
 std::string remove_filename_extension(const std::string& s);

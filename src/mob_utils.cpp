@@ -183,7 +183,7 @@ void write_mob_line(const std::string& name, int line, const std::string& label,
 
 }  // namespace
 
-void parse_track_line(const char* line, double* v)
+void parse_track_line(const char* line, std::array<double, 5>& v)
 {
     std::array<double, 5> fast;
     const char* p = line;
@@ -195,7 +195,7 @@ void parse_track_line(const char* line, double* v)
             return;
         }
     }
-    std::copy(fast.begin(), fast.end(), v);
+    v = fast;
 }
 
 Mobutils::Mobutils() = default;
@@ -284,7 +284,7 @@ std::pair<int, int> Mobutils::read_track(std::FILE* f, std::vector<char>& block,
     const auto finite = [](double x) { return std::isfinite(x); };
     for (int t = 0; t < ntime; ++t) {
         if (const char* line = lines.next()) {
-            parse_track_line(line, v.data());
+            parse_track_line(line, v);
             ++data_lines;
             // Only the first file's times are kept.
             if (bad == 0 && !std::all_of(v.begin() + (j == 0 ? 0 : 1), v.end(), finite)) bad = lines.number();

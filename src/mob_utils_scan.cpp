@@ -5,6 +5,7 @@
 #include <climits>
 #include <cmath>
 #include <iostream>
+#include <limits>
 #include <string>
 
 #include "mob_utils.h"
@@ -75,7 +76,8 @@ Vec3 sphere_direction(double sin_phai, double cos_phai, double thet)
 int last_angle_index(double range, double step)
 {
     const double v = range / step + 0.5;
-    if (!(v > -2147483649.0 && v < 2147483648.0)) return INT_MIN;
+    constexpr double kLow = std::numeric_limits<int>::min(), kHigh = -kLow;  // exact doubles
+    if (!(v >= kLow && v < kHigh)) return INT_MIN;
     return static_cast<int>(v);
 }
 

@@ -98,7 +98,7 @@ TEST(SymmParse, RowsAndTranslations)
     const struct { const char* op; std::array<double, 3> row0; double t0; } cases[] = {
         {"y-x,y,z", {-1, 1, 0}, 0.0},
         {"x-1/2,y,z", {1, 0, 0}, 0.5},       // -0.5 wrapped once
-        {"x+1/2+1/4,y,z", {1, 0, 0}, 0.25},  // a new number replaces the last
+        {"x+1/2+3/4,y,z", {1, 0, 0}, 0.75},  // a new number replaces the last
         {"1 0 0 0.5 0 1 0 0 0 0 1 0", {1, 0, 0}, 0.5},  // numeric form
         {"x+1/2Q,y,z", {1, 0, 0}, 0.5},  // characters it does not know are skipped
         {"x+1/9,y,z", {1, 0, 0}, 1.0 / 9},
