@@ -316,7 +316,7 @@ void FileIO::get_cif_lattice_vectors(double* a, double* b, double* c) const
 
 void FileIO::resize_mol_slots(int count)
 {
-    const size_t n = static_cast<size_t>(count > 0 ? count : 0);
+    const size_t n = static_cast<size_t>(std::max(count, 0));
     mol_natoms.resize(n);
     mol_atypes.resize(n);
     mol_x.resize(n);

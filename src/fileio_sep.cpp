@@ -167,7 +167,7 @@ constexpr double kComLow = -5.96046448e-08;
 
 void FileIO::make_whole_molecule(int mol_number, int natoms, const int* atypes, double* x_s, bool binfo)
 {
-    const size_t n = static_cast<size_t>(natoms > 0 ? natoms : 0);
+    const size_t n = static_cast<size_t>(std::max(natoms, 0));
     std::vector<double> radius(n);
     for (size_t i = 0; i < n; ++i) radius[i] = find_element_radius_from_index(atypes[i]);
     std::vector<char> unassigned(n, true);

@@ -136,8 +136,7 @@ bool KeltaInp::read_kelta_inp(const char* path, bool verbose)
     if (verbose) std::printf("Reading config file \"%s\"... \n", path);
     interpret_lines(path);
     check_settings();
-    lines_.clear();
-    lines_.shrink_to_fit();
+    lines_ = std::vector<std::string>();  // frees the text
     if (kelta_dat_file.empty()) kelta_dat_file = "kelta-" + ratetype + ".dat";
     if (job.sched_type == "lsf" && !job.nodelist.empty())
         std::replace(job.nodelist.begin(), job.nodelist.end(), ',', ' ');

@@ -258,7 +258,7 @@ double ran2(int64_t* idum)
 {
     int64_t k;
     if (*idum <= 0) {
-        *idum = (-(*idum) < 1) ? 1 : -(*idum);
+        *idum = std::max<int64_t>(-*idum, 1);
         g_rng.idum2 = *idum;
         for (int j = NTAB + 7; j >= 0; --j) {
             k = *idum / IQ1;

@@ -112,8 +112,7 @@ public:
     {
         nrows_ = rows;
         ncols_ = cols;
-        v_.clear();
-        v_.shrink_to_fit();
+        v_ = decltype(v_)();  // the old rows go first: never copied, never held beside the new ones
         v_.resize(static_cast<size_t>(rows) * static_cast<size_t>(cols));
     }
     double* operator[](int r) { return v_.data() + static_cast<size_t>(r) * ncols_; }

@@ -169,9 +169,13 @@ TEST(Separ, MinimumImageAcrossFaces)
     int k, m, seed[1] = {0}, left[2] = {0, 1};
     double r, radius[2] = {0.77, 0.77};
     tie.find_bond_atom_one(2, tie.cif_x_s.data(), radius, left, 1, seed, &k, &m, &r);
-    EXPECT_EQ(k, -1);
+    EXPECT_EQ(std::tuple(k, m, r), std::tuple(-1, -1, 9999.99));
     tie.find_bond_atom(2, left, 1, seed, &k, &m, &r);
-    EXPECT_EQ(k, -1);
+    EXPECT_EQ(std::tuple(k, m, r), std::tuple(-1, -1, 9999.99));
+    tie.find_bond_atom(2, left, 0, seed, &k, &m, &r);  // no member yet: the first atom left opens the molecule
+    EXPECT_EQ(std::tuple(k, m, r), std::tuple(1, 0, 0.0));
+    tie.find_bond_atom_one(2, tie.cif_x_s.data(), radius, left, 0, seed, &k, &m, &r);
+    EXPECT_EQ(std::tuple(k, m, r), std::tuple(1, 0, 0.0));
     // A centre outside the cell by no more than 2^-24 stays where it is.
     for (const double x0 : {1.0000000596046448, -5.96046448e-08}) {
         FileIO f = carbons({});

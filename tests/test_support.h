@@ -65,9 +65,7 @@ inline void write_file(const std::filesystem::path& name, const std::string& tex
 inline std::string read_file(const std::filesystem::path& name)
 {
     std::ifstream in(name, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 // Compares `actual` with the recorded file (an absent file records `empty`). With
@@ -77,10 +75,7 @@ inline void expect_recorded(const std::filesystem::path& file, const std::string
                             const std::string& empty = "")
 {
     if (std::getenv("UPDATE_CASES")) {
-        if (actual == empty)
-            std::filesystem::remove(file);
-        else
-            write_file(file, actual);
+        actual == empty ? void(std::filesystem::remove(file)) : write_file(file, actual);
         return;
     }
     EXPECT_EQ(actual, std::filesystem::exists(file) ? read_file(file) : empty) << file;
