@@ -172,7 +172,7 @@ void KeltaInp::interpret_lines(const char* path)
         } else if (iequals(s, "&gaussian.append") || iequals(s, "&qc_inp_append")) {
             // Raw lines, newline kept; only a '/' in the very first column ends it.
             while (i < n && lines_[i][0] != '/') qc_inp_append += lines_[i++];
-            if (i < n) ++i;
+            ++i;  // past the '/' line, or past the end
         }
     }
 }

@@ -129,7 +129,7 @@ void Mobutils::mob_plane_xy_xz_yz(const RandomSeeds& seeds)
             engine.treat(dirs, mob, err);
             for (size_t i = 0; i < dirs.size(); ++i) {
                 std::fprintf(f.get(), kPlaneRow, static_cast<double>(i) * step, mob[i], err[i]);
-                if (mob[i] > max) max = mob[i];
+                max = std::max(max, mob[i]);  // a direction that is not a number leaves it
             }
         }
         write_gnuplot_eps_script(plane.name, max);
@@ -173,7 +173,7 @@ void Mobutils::mob_direction_all(const RandomSeeds& seeds)
             for (int j = 0; j <= last_thet; ++j) {
                 const size_t k = pole ? d : d + static_cast<size_t>(j);
                 std::fprintf(f.get(), kSphereRow, phai, j * step, mob[k], err[k]);
-                if (mob[k] > max) max = mob[k];
+                max = std::max(max, mob[k]);
             }
             d += pole ? 1 : static_cast<size_t>(last_thet) + 1;
             std::fputs("\n", f.get());
