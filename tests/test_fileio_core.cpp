@@ -61,16 +61,11 @@ TEST(FileIOLookups, ElementsCellAndSeeds)
 {
     FileIO f;
     char s[4] = "xxx";
-    f.find_element_name_from_index(17, s);
-    EXPECT_STREQ(s, "Cl");
-    f.find_element_name_from_index(6, s);
-    EXPECT_STREQ(s, "C");
-    f.find_element_name_from_mass(12.05, s);
-    EXPECT_STREQ(s, "C ");
-    f.find_element_name_from_mass(0.05, s);  // the dummy entry is never taken
-    EXPECT_STREQ(s, "A ");
-    f.find_element_name_from_mass(1.0, s);
-    EXPECT_STREQ(s, "H ");
+    EXPECT_STREQ((f.find_element_name_from_index(17, s), s), "Cl");
+    EXPECT_STREQ((f.find_element_name_from_index(6, s), s), "C");
+    EXPECT_STREQ((f.find_element_name_from_mass(12.05, s), s), "C ");
+    EXPECT_STREQ((f.find_element_name_from_mass(0.05, s), s), "A ");  // the dummy entry is never taken
+    EXPECT_STREQ((f.find_element_name_from_mass(1.0, s), s), "H ");
     EXPECT_EQ(f.find_element_index_from_name("cl"), 17);
     EXPECT_EQ(f.find_element_index_from_name("C1"), -1);
     EXPECT_EQ(f.find_element_radius_from_name("X"), 9999.99);
@@ -87,10 +82,8 @@ TEST(FileIOLookups, ElementsCellAndSeeds)
     for (int i = 0; i < 9; ++i) EXPECT_NEAR(f.latt_inv[i / 3][i % 3], inverse[i / 3][i % 3], 1e-15) << i;
     f.latt = {{{2, 0, 0}, {0, 4, 0}, {0, 0, 5}}}, f.latt_inv = {{{0.5, 0, 0}, {0, 0.25, 0}, {0, 0, 0.2}}};
     double x = 1, y = 2, z = 3;
-    f.coord_f2c(x, y, z);
-    EXPECT_EQ(Vec3({x, y, z}), Vec3({2, 8, 15}));
-    f.coord_c2f(x, y, z);
-    EXPECT_EQ(Vec3({x, y, z}), Vec3({1, 2, 3}));
+    EXPECT_EQ((f.coord_f2c(x, y, z), Vec3{x, y, z}), Vec3({2, 8, 15}));
+    EXPECT_EQ((f.coord_c2f(x, y, z), Vec3{x, y, z}), Vec3({1, 2, 3}));
 }
 
 TEST(SymmParse, RowsAndTranslations)
@@ -144,11 +137,7 @@ TEST(SymmExpand, OperationMajorOrderWrapOnceAndOverlapRemoval)
 // moves the molecule by +1 (to 0.75).
 TEST(Separ, MinimumImageAcrossFaces)
 {
-    const struct {
-        double x2;
-        bool bonded;
-        double whole;
-    } cases[] = {{0.75, true, 0.75}, {-0.55, true, 0.45}, {1.75, true, 0.75}, {-1.2, true, 0.8},
+    const struct { double x2; bool bonded; double whole; } cases[] = {{0.75, true, 0.75}, {-0.55, true, 0.45}, {1.75, true, 0.75}, {-1.2, true, 0.8},
                  {2.45, true, 0.45}, {0.6, false, 0}, {-0.4, false, 0}};  // 0.5 apart: 2 A
     for (const auto& c : cases) {
         FileIO f = carbons({0.1, 0.5, 0.5, c.x2, 0.5, 0.5}, {}, 4.0);

@@ -17,7 +17,7 @@ TEST(MolReader, V3000BlocksAreSkipped)
               "WARNING: RGROUP and RLOGIC blocks are not currently implemented and their contents are ignored.\n");
     ASSERT_EQ(f.mol_natoms[0], 3);  // the R-group's own atom is not added; "-" continues a line; M END ends the reading
     EXPECT_EQ(f.mol_atypes[0], (std::vector<int>{8, 1, -1}));
-    EXPECT_EQ(f.mol_x[0], (std::vector<double>{0, 0, 0, 0.96, 0, 0, -0.24, 0.93, 0}));
+    EXPECT_EQ(f.mol_x[0], (std::vector<double>{0, 0, 0, 0.96, 0.5, 0.25, -0.24, 0.93, 0}));
 }
 
 TEST(MolRealFiles, CompositionAndTheV2000V3000Pair)

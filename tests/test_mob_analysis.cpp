@@ -80,3 +80,16 @@ TEST(SequentialBootstrap, SameAsFittingWholeResampleCurves)
             EXPECT_NEAR(fast, slow, 1e-10 * std::fabs(slow));
         }
 }
+
+// The sphere's own bounds on its step, which a run never meets: the planes end it first.
+TEST(SphereScan, OwnBoundsOnTheStep)
+{
+    const ScratchDir dir;
+    Mobutils m;
+    for (const double step : {9e-7, 0.2}) {  // 901 x 1801 directions at 0.2
+        const Outcome o = capture([&] { m.set_angle_delta(step), m.mob_direction_all({}); });
+        EXPECT_EQ(o.out.substr(o.out.find("mob_utils : line")) + std::to_string(o.status),
+                  step < 0.1 ? "mob_utils : line 700 : \ndeltaa too small, mb-direction-all canceled!\n0"
+                             : "mob_utils : line 703 : \ndeltaa = 0.2 would give 1622701 directions, more than the 1000000 a scan may compute; use a larger step\n1");
+    }
+}
