@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <algorithm>
 #include <utility>
@@ -127,14 +128,9 @@ std::string& sg_trim(std::string& s)
 void c_trim(char* s)
 {
     if (!s) return;
-    size_t b = 0;
-    while (s[b] == ' ' || s[b] == '\t') ++b;
-    size_t n = 0;
-    while (s[b + n]) {
-        s[n] = s[b + n];
-        ++n;
-    }
-    s[n] = '\0';
+    const size_t b = std::strspn(s, " \t");
+    size_t n = std::strlen(s + b);
+    std::memmove(s, s + b, n + 1);
     // The right-hand pass never removes the first character, so "\n" stays "\n".
     while (n > 1 && is_one_of(s[n - 1], " \t\r\n")) s[--n] = '\0';
 }

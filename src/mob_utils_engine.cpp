@@ -30,11 +30,11 @@ constexpr double kRoundingLevel = 1e-6;
 constexpr double kLargestMomentCoordinate = 1e150;
 
 // Static contiguous partition of `total` items among nthreads threads.
-void block_of(int total, int thread, int nthreads, int& first, int& count)
+// The first index and the count of a thread's share of total items.
+std::pair<int, int> block_of(int total, int thread, int nthreads)
 {
     const int q = total / nthreads, r = total % nthreads;
-    count = q + (thread < r ? 1 : 0);
-    first = thread * q + std::min(thread, r);
+    return {thread * q + std::min(thread, r), q + (thread < r ? 1 : 0)};
 }
 
 // The exact double of a 32-bit value, by placing it in the mantissa of 2^52;
@@ -123,7 +123,7 @@ void project_squares(const Table& x, const Table& y, const Table& z, int nsimu, 
 {
     const std::vector<double>& w = weights.weight();
     mean.assign(static_cast<size_t>(ntime), 0.0);
-    slopes.assign(static_cast<size_t>(nsimu), 0.0);
+    slopes.resize(static_cast<size_t>(nsimu));  // each one is written below
     for (int j = 0; j < nsimu; ++j) {
         const double *xj = x[j], *yj = y[j], *zj = z[j];
         double s = 0.0;
@@ -251,8 +251,7 @@ void ScanEngine::draw_block(std::uint32_t seed, const std::vector<double>& slope
     const int n = static_cast<int>(slopes.size());
     const double* const slope = slopes.data();
     Mt19937Block gen(seed);
-    int first = 0, count = 0;
-    block_of(t_.nsamp, thread, nthreads, first, count);
+    const auto [first, count] = block_of(t_.nsamp, thread, nthreads);
     std::array<int, kPairsPerBlock> idx;
     for (int k = first; k < first + count; ++k) {
         double s0 = 0.0, s1 = 0.0, s2 = 0.0, s3 = 0.0;  // four chains of additions side by side
@@ -285,7 +284,8 @@ void ScanEngine::treat(const std::vector<Vec3>& dirs, std::vector<double>& mob, 
     err.assign(nd, 0.0);
     std::vector<double> resample(nd * ns);  // every entry is written before it is read
     if (weights_.fit() != Fit::slope) {
-        // The time grid decides every fit alone: no draws are needed.
+        // The time grid decides every fit alone: no draws are needed. Each fit
+        // still says why it cannot fit, as many times as the literal procedure.
         std::vector<double> unused;
         for (size_t d = 0; d < nd; ++d) {
             for (size_t k = 0; k < ns; ++k)

@@ -16,11 +16,11 @@ TEST(MmutilText, TrimFamiliesAndComparisons)
     EXPECT_EQ(trim(v), "\va\f");  // vertical tab and form feed stay
     EXPECT_EQ(sg_trim(q), "ab");
     EXPECT_EQ(sg_trim(t), "x\ty");  // inner tabs stay
-    char a[] = "\n", b[] = " \n", c[] = "  h  \n";
+    char a[] = "\n", b[] = " \n", c[] = "  h x \n";
     c_trim(a), c_trim(b), c_trim(c);  // never removes the first character
     EXPECT_STREQ(a, "\n");
     EXPECT_STREQ(b, "\n");
-    EXPECT_STREQ(c, "h");
+    EXPECT_STREQ(c, "h x");
     EXPECT_FALSE(iequals("abc ", "abc"));
     EXPECT_TRUE(my_strcasestr("Quantum-x", "quantum", 5) && my_strcasestr("AB", "ab", 5));  // "AB" ends with "ab"
     EXPECT_FALSE(my_strcasestr("mar", "marcus", 6) || my_strcasestr("ab", "abc", 5));

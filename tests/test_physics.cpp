@@ -41,8 +41,7 @@ Mat3 exact_tensor(const track_gen::Settings& s)
 
 double along(const Mat3& m, Vec3 u)
 {
-    const double len2 = u[0] * u[0] + u[1] * u[1] + u[2] * u[2];
-    double q = 0;
+    double q = 0, len2 = u[0] * u[0] + u[1] * u[1] + u[2] * u[2];
     for (int i = 0; i < 3; ++i)
         for (int j = 0; j < 3; ++j) q += u[i] * m[i][j] * u[j] / len2;
     return q;
