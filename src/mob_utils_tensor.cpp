@@ -202,22 +202,26 @@ void Mobutils::mob_tensor(const RandomSeeds& seeds)
     r.value = {f3 * mean(r2_all, all), r.principal[0], r.principal[1], r.principal[2], first, second, second - first};
     r.halves = half >= 3;
 
-    // 200 resamples of the trajectories, from a generator of this analysis alone.
-    std::mt19937 gen(seeds.scan.empty() ? std::random_device("default")() : seeds.scan.front());
-    std::uniform_int_distribution<int> draw(0, std::max(n - 1, 0));
-    std::array<std::vector<double>, 7> boot;
-    std::vector<int> pick(static_cast<size_t>(n));
-    for (int s = 0; s < kResamples && n > 0; ++s) {
-        for (int& j : pick) j = draw(gen);
-        Vec3 value;
-        Mat3 unused;
-        eigen(tensor_of(pick), value, unused);
-        const double half1 = f3 * mean(r2_first, pick), half2 = f3 * mean(r2_second, pick);
-        const std::array<double, 7> resample = {f3 * mean(r2_all, pick), value[0], value[1], value[2], half1, half2,
-                                                half2 - half1};
-        for (size_t k = 0; k < resample.size(); ++k) boot[k].push_back(resample[k]);
+    // 200 resamples of the trajectories, from a generator of this analysis alone;
+    // one trajectory has no spread to tell.
+    r.spread.fill(Spread{NAN, NAN, NAN, NAN});
+    if (n > 1) {
+        std::mt19937 gen(seeds.scan.empty() ? std::random_device("default")() : seeds.scan.front());
+        std::uniform_int_distribution<int> draw(0, n - 1);
+        std::array<std::vector<double>, 7> boot;
+        std::vector<int> pick(static_cast<size_t>(n));
+        for (int s = 0; s < kResamples; ++s) {
+            for (int& j : pick) j = draw(gen);
+            Vec3 value;
+            Mat3 unused;
+            eigen(tensor_of(pick), value, unused);
+            const double half1 = f3 * mean(r2_first, pick), half2 = f3 * mean(r2_second, pick);
+            const std::array<double, 7> resample = {f3 * mean(r2_all, pick), value[0], value[1], value[2], half1, half2,
+                                                    half2 - half1};
+            for (size_t k = 0; k < resample.size(); ++k) boot[k].push_back(resample[k]);
+        }
+        for (size_t k = 0; k < r.spread.size(); ++k) r.spread[k] = spread_of(boot[k]);
     }
-    for (size_t k = 0; k < r.spread.size(); ++k) r.spread[k] = n > 1 ? spread_of(boot[k]) : Spread{NAN, NAN, NAN, NAN};
 
     const File f = open_file(kTensorFile, "wt");
     if (!f) fatal_open(kModule, kLineTensorFile, kTensorFile);
