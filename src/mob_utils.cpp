@@ -66,8 +66,9 @@ constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8
 // at white space or at the end of the line. Returns its end, or nullptr for
 // anything else: a leading '+', "nan", "inf", hexadecimal digits, an exponent
 // without digits, a number glued to other text. Those go to sscanf, which
-// treats some of them differently from the number parsers.
-const char* plain_number(const char* p, double& v)
+// treats some of them differently from the number parsers. `quick` turns false
+// when the value needs from_chars rather than one rounded operation.
+const char* plain_number(const char* p, double& v, bool& quick)
 {
     const char* const begin = p;
     const bool negative = *p == '-';
@@ -107,6 +108,7 @@ const char* plain_number(const char* p, double& v)
         v = negative ? -x : x;
         return p;
     }
+    quick = false;
     const std::from_chars_result r = std::from_chars(begin, p, v);
     return r.ec == std::errc() && r.ptr == p ? p : nullptr;
 }
@@ -183,19 +185,21 @@ void write_mob_line(const std::string& name, int line, const std::string& label,
 
 }  // namespace
 
-void parse_track_line(const char* line, std::array<double, 5>& v)
+bool parse_track_line(const char* line, std::array<double, 5>& v)
 {
     std::array<double, 5> fast;
+    bool quick = true;
     const char* p = line;
     for (double& x : fast) {
         while (is_blank(*p)) ++p;
-        p = plain_number(p, x);
+        p = plain_number(p, x, quick);
         if (!p) {
             std::sscanf(line, "%lf%lf%lf%lf%lf", &v[0], &v[1], &v[2], &v[3], &v[4]);
-            return;
+            return false;
         }
     }
     v = fast;
+    return quick;
 }
 
 Mobutils::Mobutils() = default;

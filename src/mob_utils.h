@@ -13,8 +13,9 @@
 
 // Parses up to five numbers of a track line as sscanf with "%lf%lf%lf%lf%lf"
 // would into v, stopping at the first field that is no number (later fields
-// keep their values).
-void parse_track_line(const char* line, std::array<double, 5>& v);
+// keep their values). Returns whether every value took the quick path: one
+// rounded operation, as every number the hopping code writes does.
+bool parse_track_line(const char* line, std::array<double, 5>& v);
 
 // Where the bootstrap resamples take their randomness from. A run leaves both
 // empty: the average and axis bootstraps seed ran2 from the clock, and every scan

@@ -28,10 +28,7 @@ TEST(Demo, RunsAndDrawsEveryPicture)
             EXPECT_EQ(std::system(("cd run && gnuplot " + b + ".gnu > ../plot.log 2>&1").c_str()), 0) << read_file("plot.log");
             EXPECT_EQ(read_file("run/" + b + ".eps").rfind("%!PS-Adobe", 0), 0u) << b;
         }
-        if (python) {
-            EXPECT_EQ(std::system(("cd run && MPLBACKEND=Agg /usr/bin/python3 " + b + ".py > ../plot.log 2>&1").c_str()), 0)
-                << read_file("plot.log");
-        }
+        if (python) { EXPECT_EQ(std::system(("cd run && MPLBACKEND=Agg /usr/bin/python3 " + b + ".py > ../plot.log 2>&1").c_str()), 0) << read_file("plot.log"); }
     }
     if (!gnuplot || !python) GTEST_SKIP() << "gnuplot or Debian's python3 with matplotlib is not installed";
 }

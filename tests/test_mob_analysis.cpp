@@ -26,7 +26,12 @@ TEST(TrackReader, SameTablesAsTheStraightforwardReader)
         "1 2 3 4 5\r\n"};
     std::string text = "# header\n";
     for (const std::string& l : odd) text += l;
-    for (int e = -16; e <= 28; ++e) text += "1.234567e" + std::to_string(e) + " -9.876543e" + std::to_string(e) + " 0 0 0\n";
+    std::array<double, 5> v;
+    for (int e = -16; e <= 28; ++e) {  // the mantissas' exponents e - 6 are all within the quick path's +-22
+        const std::string row = "1.234567e" + std::to_string(e) + " -9.876543e" + std::to_string(e) + " 0 0 0\r\n";
+        EXPECT_TRUE(parse_track_line(row.c_str(), v)) << row;
+        text += row;
+    }
     track_gen::Settings walk;
     walk.hops = {{{1, 0, 0}, 0.5}, {{0, 1, 0}, 0.3}, {{0, 0, 1}, 0.1}};
     walk.nsimu = 40, walk.tsimu = 1000, walk.tsnap = 1;  // files longer than the reader's 64 kB blocks

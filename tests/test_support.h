@@ -37,9 +37,8 @@ inline const bool kKeltaEnvironmentCleared = clear_kelta_environment();
 // destruction goes back and removes it.
 class ScratchDir {
 public:
-    ScratchDir()
+    ScratchDir() : old_(std::filesystem::current_path())
     {
-        old_ = std::filesystem::current_path();
         std::string tmpl = (std::filesystem::temp_directory_path() / "kelta_test_XXXXXX").string();
         path_ = mkdtemp(tmpl.data());
         std::filesystem::current_path(path_);
@@ -102,8 +101,7 @@ inline Outcome run_tool(const std::filesystem::path& dir, const std::vector<std:
     for (const std::string& a : args) cmd += " '" + a + "'";
     const int rc = std::system((cmd + " > .stdout 2> .stderr").c_str());
     const Outcome r = {WIFEXITED(rc) ? WEXITSTATUS(rc) : 1000, read_file(dir / ".stdout"), read_file(dir / ".stderr")};
-    std::filesystem::remove(dir / ".stdout");
-    std::filesystem::remove(dir / ".stderr");
+    for (const char* f : {".stdout", ".stderr"}) std::filesystem::remove(dir / f);
     return r;
 }
 
