@@ -10,6 +10,7 @@
 #include <cstring>
 #include <iostream>
 #include <limits>
+#include <span>
 
 #include "mob_utils_engine.h"
 
@@ -291,7 +292,8 @@ std::pair<int, int> Mobutils::read_track(std::FILE* f, std::vector<char>& block,
             parse_track_line(line, v);
             ++data_lines;
             // Only the first file's times are kept.
-            if (bad == 0 && !std::all_of(v.begin() + (j == 0 ? 0 : 1), v.end(), finite)) bad = lines.number();
+            const std::span<const double> kept = std::span(v).subspan(j == 0 ? 0 : 1);
+            if (bad == 0 && !std::all_of(kept.begin(), kept.end(), finite)) bad = lines.number();
         }
         track_x[j][t] = v[1];
         track_y[j][t] = v[2];

@@ -159,7 +159,7 @@ void write_report(std::FILE* out, const TensorReport& r, int nsimu, int ntime, d
                  r.value[6], r.spread[6].se);
     if (!r.halves)
         std::fprintf(out, "# verdict: too few time points to compare the two halves\n");
-    else if (!(r.spread[6].se >= 0.0))  // one trajectory: no resample can tell its spread
+    else if (nsimu < 2)  // one trajectory: no resample can tell its spread
         std::fprintf(out, "# verdict: too few trajectories to compare the two halves\n");
     else if (std::fabs(r.value[6]) > 3.0 * r.spread[6].se)
         std::fprintf(out, "# verdict: WARNING: the halves differ by more than 3 combined standard errors: the motion is "
