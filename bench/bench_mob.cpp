@@ -153,7 +153,7 @@ void straight_average_and_axes(Mobutils& m)
     Table projected(m.nsimu, m.ntime);
     for (int axis = 0; axis < 3; ++axis) {
         const Vec3 u = {m.latt[0][axis], m.latt[1][axis], m.latt[2][axis]};
-        const double len = get_magnitude(u.data());
+        const double len = get_magnitude(u);
         for (int j = 0; j < m.nsimu; ++j)
             for (int t = 0; t < m.ntime; ++t) {
                 const double p = (m.track_x[j][t] * u[0] + m.track_y[j][t] * u[1] + m.track_z[j][t] * u[2]) / len;
