@@ -142,8 +142,7 @@ void FileIO::make_spacegroup_P1(int use_fractional)
     const int n0 = cif_natoms;
     const int n = n0 * static_cast<int>(symm_ops.size());
     std::vector<int> types(static_cast<size_t>(n));
-    std::vector<double> radius(static_cast<size_t>(n)), x_s(3 * static_cast<size_t>(n), 0.0),
-        x(3 * static_cast<size_t>(n), 0.0);
+    std::vector<double> radius(static_cast<size_t>(n)), x_s(3 * static_cast<size_t>(n)), x(3 * static_cast<size_t>(n));
     // The Cartesian mode transforms cif_x and leaves the fractional output (which
     // the overlap test reads) at zero; the reader always uses the fractional mode.
     const std::vector<double>& src = use_fractional ? cif_x_s : cif_x;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <numeric>
+#include <span>
 
 namespace {
 const char* const kModule = "transport";
@@ -137,8 +138,9 @@ void Transport::build_neighbor_list(bool verbose)
         std::iota(order.begin(), order.begin() + count, 0);
         quickSort_d(key.data(), order.data(), count);
         num_neighbors[i] = count;
-        for (int k = 0; k < count; ++k) {
-            const Candidate& c = cand[order[k]];
+        const std::span<const int> sorted(order.data(), static_cast<size_t>(count));
+        for (size_t k = 0; k < sorted.size(); ++k) {
+            const Candidate& c = cand[sorted[k]];
             neighbor_ids[i][k] = c.id;
             neighbor_cell_a[i][k] = c.ka;
             neighbor_cell_b[i][k] = c.kb;
