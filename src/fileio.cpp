@@ -237,9 +237,9 @@ double FileIO::centre_of_mass(int natoms, const int* atypes, const double* x_s, 
 // ---------------------------------------------------------------- cell and coordinates
 
 namespace {
-// Gauss-Jordan elimination against the identity, without pivoting: the lattice
+// Elimination against the identity, without pivoting: the lattice
 // matrix is upper triangular, so its diagonal is not zero for a real cell.
-Mat3 gauss_jordan_inverse(Mat3 a)
+Mat3 inverse_by_elimination(Mat3 a)
 {
     Mat3 inv{};
     for (int i = 0; i < 3; ++i) inv[i][i] = 1.0;
@@ -277,7 +277,7 @@ void FileIO::cell_cell6_to_latt3x3(const double* cell6, Mat3& L)
     L[1][2] = c * (ca - cb * cg) / sg;
     L[2][2] = (c / sg) * std::sqrt(1.0 - ca * ca - cb * cb - cg * cg + 2.0 * ca * cb * cg);
     latt = L;
-    latt_inv = gauss_jordan_inverse(latt);
+    latt_inv = inverse_by_elimination(latt);
 }
 
 void FileIO::set_cell_lattice(const double* abc, double alpha, double beta, double gamma)

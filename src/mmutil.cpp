@@ -229,7 +229,7 @@ void read_first_number(const char* name, double& value)
 }
 
 // ---------------------------------------------------------------- random numbers
-// L'Ecuyer's two-generator combination with a Bays-Durham shuffle. The shuffle
+// Two combined multiplicative congruential generators behind a shuffle table. The shuffle
 // table is not initialised by a non-negative seed, so the first draws of the
 // process run on the all-zero table; later seedings continue from the table the
 // earlier draws left. That is how the bootstrap has always behaved.

@@ -28,7 +28,7 @@ Mat3 as_matrix(const Form& f)
 }
 
 // Eigenvalues (descending) and unit eigenvectors (columns) of a symmetric matrix,
-// by Jacobi rotations.
+// by plane rotations that zero one off-diagonal entry at a time.
 void eigen(Mat3 a, Vec3& value, Mat3& vector)
 {
     vector = Mat3{{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
