@@ -297,11 +297,6 @@ void FileIO::coord_c2f(double& x, double& y, double& z) const
     x = v[0], y = v[1], z = v[2];
 }
 
-void FileIO::coords_f2c(const std::vector<double>& x_s, std::vector<double>& x) const
-{
-    x.resize(x_s.size());
-    for (size_t a = 0; a < x_s.size() / 3; ++a) set_vec3_at(x, a, mat_vec_mul(latt, vec3_at(x_s, a)));
-}
 
 void FileIO::get_cif_lattice_vectors(double* a, double* b, double* c) const
 {
@@ -414,7 +409,7 @@ void FileIO::read_crystal_strcuture_files(bool binfo, bool write_files)
         if (binfo) std::printf("Make whole molecules...\n");
         for (int m = 0; m < mol_count; ++m) {
             make_whole_molecule(m + 1, mol_natoms[m], mol_atypes[m].data(), mol_x_s[m].data(), binfo);
-            coords_f2c(mol_x_s[m], mol_x[m]);
+            mat_vec_mul_all(latt, mol_x_s[m], mol_x[m]);
         }
         get_cif_lattice_vectors(vec_a.data(), vec_b.data(), vec_c.data());
     } else {
@@ -435,8 +430,7 @@ void FileIO::read_crystal_strcuture_files(bool binfo, bool write_files)
 
     if (mol_input_mode == 1) {
         for (int m = 0; m < mol_count; ++m)
-            for (size_t a = 0; a < mol_x[m].size() / 3; ++a)
-                set_vec3_at(mol_x_s[m], a, mat_vec_mul(latt_inv, vec3_at(mol_x[m], a)));
+            mat_vec_mul_all(latt_inv, mol_x[m], mol_x_s[m]);
         cell_latt = {len_a, len_b, len_c, angle_deg(vec_b, vec_c), angle_deg(vec_a, vec_c),
                      angle_deg(vec_a, vec_b)};
     }

@@ -76,7 +76,6 @@ public:
     void set_cell_lattice(const double* abc, double alpha, double beta, double gamma);
     void coord_f2c(double& x, double& y, double& z) const;
     void coord_c2f(double& x, double& y, double& z) const;
-    void coords_f2c(const std::vector<double>& x_s, std::vector<double>& x) const;  // [3*natoms] each
     const double* get_cell_latt() const { return cell_latt.data(); }
     void get_cif_lattice_vectors(double* a, double* b, double* c) const;
 

@@ -328,9 +328,9 @@ void FileIO::read_data_cif(const char* filename, bool binfo)
         cif_x_s[3 * i + 1] = std::atof(cif_fy[i].c_str());
         cif_x_s[3 * i + 2] = std::atof(cif_fz[i].c_str());
     }
-    coords_f2c(cif_x_s, cif_x);
+    mat_vec_mul_all(latt, cif_x_s, cif_x);
     make_spacegroup_P1(walk.fract_columns());
-    coords_f2c(cif_x_s, cif_x);
+    mat_vec_mul_all(latt, cif_x_s, cif_x);
     separate_cif_molecules(binfo);
     if (binfo) std::cout << "Crystal file " << filename << " parsing done.\n";
 }

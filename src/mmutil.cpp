@@ -339,13 +339,17 @@ void invert(const Mat3& m, Mat3& inv)
         for (int j = 0; j < 3; ++j) inv[i][j] = cof[j][i] * r;
 }
 
-double get_magnitude(const Vec3& v) { return std::sqrt((v[0] * v[0] + v[1] * v[1]) + v[2] * v[2]); }
-
 Vec3 mat_vec_mul(const Mat3& m, const Vec3& v)
 {
     Vec3 out;
     for (size_t i = 0; i < out.size(); ++i) out[i] = m[i][0] * v[0] + m[i][1] * v[1] + m[i][2] * v[2];
     return out;
+}
+
+void mat_vec_mul_all(const Mat3& m, const std::vector<double>& in, std::vector<double>& out)
+{
+    out.resize(in.size());
+    for (size_t a = 0; a < in.size() / 3; ++a) set_vec3_at(out, a, mat_vec_mul(m, vec3_at(in, a)));
 }
 
 Vec3 vec3_at(const std::vector<double>& x, size_t i) { return {x[3 * i], x[3 * i + 1], x[3 * i + 2]}; }

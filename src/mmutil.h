@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
@@ -146,9 +147,11 @@ void quickSort_d(const double* keys, int* idx, int n);
 void q_sort2(const double* keys, int* idx, int left, int right);
 
 void invert(const Mat3& m, Mat3& inv);
-double get_magnitude(const Vec3& v);
 inline double squared_length(const Vec3& v) { return v[0] * v[0] + v[1] * v[1] + v[2] * v[2]; }
+inline double get_magnitude(const Vec3& v) { return std::sqrt(squared_length(v)); }
 Vec3 mat_vec_mul(const Mat3& m, const Vec3& v);
+// m . x for every x, y, z triple of a flat array; out takes in's size.
+void mat_vec_mul_all(const Mat3& m, const std::vector<double>& in, std::vector<double>& out);
 // Atom i of a flat x, y, z array, and back.
 Vec3 vec3_at(const std::vector<double>& x, size_t i);
 void set_vec3_at(std::vector<double>& x, size_t i, const Vec3& v);

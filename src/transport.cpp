@@ -117,6 +117,7 @@ void Transport::build_neighbor_list(bool verbose)
     }
 
     for (int i = 0; i < mol_count; ++i) {
+        const Vec3 com_i = vec3_at(mol_com_s, static_cast<size_t>(i));
         int count = 0;
         for (int kc = -nc; kc <= nc; ++kc)
             for (int kb = -nb; kb <= nb; ++kb)
@@ -126,7 +127,7 @@ void Transport::build_neighbor_list(bool verbose)
                         const Vec3 cell = {double(ka), double(kb), double(kc)};
                         double rsq = 1.0e6;
                         if (!found_molecule_within_rcut(i, j, cell, rcut_sq, &rsq)) continue;
-                        const Vec3 com_i = vec3_at(mol_com_s, i), com_j = vec3_at(mol_com_s, j);
+                        const Vec3 com_j = vec3_at(mol_com_s, j);
                         Vec3 d;
                         for (size_t k = 0; k < d.size(); ++k) d[k] = com_j[k] - com_i[k] + cell[k];
                         cand[count] = {j, ka, kb, kc};
