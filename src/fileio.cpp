@@ -10,6 +10,13 @@ constexpr int kLineNoInput = 1402;
 constexpr int kLineBondsFile = 1437;
 constexpr int kLineCellFile = 1452;
 constexpr int kLineBadNumber = 1210;
+constexpr int kLineFlatCell = 1416;
+// A cell whose volume is below this fraction of |a| |b| |c| is flat to rounding:
+// its inverse, and every fractional coordinate, would be noise.
+constexpr double kFlatCell = 1e-6;
+const char* const kFlatCellText =
+    "vector_a, vector_b and vector_c span a volume of %g A^3, less than %g of |a| |b| |c| = %g A^3: "
+    "the cell is flat\n";
 const char* const kBadNumber = "%s line %d: %s = %g is not a finite number of magnitude at most %g\n";
 }  // namespace
 
@@ -142,6 +149,14 @@ const std::array<double, kNumElements> _nw_elem_radius_m = {
 };
 
 FileIO::FileIO() : cell_latt{0, 0, 0, 90, 90, 90} {}
+
+void FileIO::warn(const std::string& text)
+{
+    std::fflush(stdout);
+    std::fprintf(stderr, "WARNING: %s", text.c_str());
+    std::fflush(stderr);
+    warnings.push_back(text);
+}
 
 // ---------------------------------------------------------------- element lookups
 
@@ -375,17 +390,16 @@ void FileIO::write_side_files() const
     create_directory(output_dir.c_str());
     for (int m = 0; m < mol_count; ++m) {
         const std::string path = output_dir + "/mol" + std::to_string(m + 1) + "_bonds.dat";
-        const File f = open_file(path, "wt");
-        if (!f) fatal("fileio", kLineBondsFile, -1, "", "Failed to open output file " + path + "\n");
-        std::fprintf(f.get(), "%d\n", static_cast<int>(mol_bonds[m].size()));
-        for (const auto& [i, j] : mol_bonds[m]) std::fprintf(f.get(), "%3d %3d  0  0\n", i, j);
+        OutputFile f(path, "fileio", kLineBondsFile, "Failed to open output file ");
+        f.print("%d\n", static_cast<int>(mol_bonds[m].size()));
+        for (const auto& [i, j] : mol_bonds[m]) f.print("%3d %3d  0  0\n", i, j);
+        f.commit();
     }
-    const std::string path = output_dir + "/cellvec.dat";
-    const File f = open_file(path, "wt");
-    if (!f) fatal("fileio", kLineCellFile, -1, "", "Failed to open output file " + path + "\n");
-    std::fprintf(f.get(), "a = %9g %9g %9g\n", vec_a[0], vec_a[1], vec_a[2]);
-    std::fprintf(f.get(), "b = %9g %9g %9g\n", vec_b[0], vec_b[1], vec_b[2]);
-    std::fprintf(f.get(), "c = %9g %9g %9g\n", vec_c[0], vec_c[1], vec_c[2]);
+    OutputFile f(output_dir + "/cellvec.dat", "fileio", kLineCellFile, "Failed to open output file ");
+    f.print("a = %9g %9g %9g\n", vec_a[0], vec_a[1], vec_a[2]);
+    f.print("b = %9g %9g %9g\n", vec_b[0], vec_b[1], vec_b[2]);
+    f.print("c = %9g %9g %9g\n", vec_c[0], vec_c[1], vec_c[2]);
+    f.commit();
 }
 
 namespace {
@@ -425,6 +439,12 @@ void FileIO::read_crystal_strcuture_files(bool binfo, bool write_files)
         // Row i holds the i-th Cartesian component of a, b and c; scaling rows
         // rather than vectors is how the search range has always been laid out.
         for (int j = 0; j < 3; ++j) scell_latt[i][j] = latt[i][j] * scell_n[i];
+    }
+    if (mol_input_mode == 1) {
+        const double volume = std::fabs(determinant(latt));
+        const double box = len_a * len_b * len_c;
+        // No volume at all is invert's own failure, whose message stands.
+        if (volume >= kSingularDeterminant && !(volume > kFlatCell * box)) fatal("fileio", kLineFlatCell, 1, strprintf(kFlatCellText, volume, kFlatCell, box));
     }
     invert(latt, latt_inv);
 

@@ -142,6 +142,12 @@ public:
     std::vector<int> cifmol_natoms;     // [molecules] atoms per separated molecule
     std::vector<int> cifmol_atoms;      // atom indices of all molecules, concatenated
 
+    // ------------------------------------------------ warnings: written by every stage of
+    // the run, read by the run summary
+    // Prints "WARNING: " + text on standard error and keeps text.
+    void warn(const std::string& text);
+    std::vector<std::string> warnings;  // in the order printed, without the prefix
+
     // Mass-weighted mean of n fractional triples into com[3]; returns the total mass.
     // Unknown elements weigh nothing; when nothing weighs (all unknown), the plain
     // mean is taken so that the centre is still a point of the molecule (a molecule

@@ -21,11 +21,12 @@ const char* const kEngineMismatch =
 const char* const kMoleculeNames = "Keyword molecule announces %d file name(s) but gives %d: '%s'\n";
 const char* const kMoleculeNone = "Keyword molecule names no molecule file: '%s'\n";
 const char* const kBadLength = "%s line %d: %s = %s holds %g, not a finite number of magnitude at most %g\n";
+const char* const kBadTemperature = "%s line %d: temp = %s holds %g K, not a finite positive temperature\n";
+const char* const kTextAfterNumber = "%s line %d: %s = %s is read as %s (the text \"%s\" after the number is ignored)";
+const char* const kNoNumber = "%s line %d: %s = %s is read as %s (the text \"%s\" is no number)";
+const char* const kMoreTextAfterNumbers = "; %d more line(s) hold numbers followed by text\n";
 
-// Value kinds of the keyword table. Numbers follow atoi/atof: no message for
-// text that is no number, so "nsimu = abc" gives 0 and "1.0d3" gives 1.0.
 int as_int(const std::string& v) { return std::atoi(v.c_str()); }
-double as_real(const std::string& v) { return std::atof(v.c_str()); }
 
 std::string as_text(std::string v) { return trim(v); }
 
@@ -35,19 +36,6 @@ std::string as_word(std::string v)
     trim(v);
     std::erase_if(v, [](char c) { return c == '"' || c == '\''; });
     return v;
-}
-
-// Components that cannot be scanned keep their previous values.
-void as_real_triple(const std::string& v, double* out)
-{
-    const std::string t = as_text(v);
-    std::sscanf(t.c_str(), "%lf%lf%lf", &out[0], &out[1], &out[2]);
-}
-
-void as_int_triple(const std::string& v, int* out)
-{
-    const std::string t = as_text(v);
-    std::sscanf(t.c_str(), "%d%d%d", &out[0], &out[1], &out[2]);
 }
 
 void append_int_list(const std::string& v, std::vector<int>& list)
@@ -130,11 +118,14 @@ void KeltaInp::load_kelta_inp_file(const char* path, bool /*verbose*/)
 bool KeltaInp::read_kelta_inp(const char* path, bool verbose)
 {
     verbose_ = verbose;
+    unread_count_ = 0;
     set_varables_default();
     get_environment_variables();
     load_kelta_inp_file(path, verbose);
     if (verbose) std::printf("Reading config file \"%s\"... \n", path);
     interpret_lines(path);
+    if (unread_count_ > 0)
+        warn(unread_ + (unread_count_ > 1 ? strprintf(kMoreTextAfterNumbers, unread_count_ - 1) : std::string(".\n")));
     check_settings();
     lines_ = std::vector<std::string>();  // frees the text
     if (kelta_dat_file.empty()) kelta_dat_file = "kelta-" + ratetype + ".dat";
@@ -187,37 +178,37 @@ void KeltaInp::set_keyword(const std::string& key, const std::string& v, const c
     };
     // The order in which keys are compared; the first match wins.
     static const Keyword table[] = {
-        {"do_transport_prepare", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_prepare = as_int(v); }},
-        {"do_transport_submit_HL_job", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_submit_HL_job = as_int(v); }},
-        {"do_transport_submit_RE_job", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_submit_RE_job = as_int(v); }},
-        {"do_transport_get_transferintegral", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_get_transferintegral = as_int(v); }},
-        {"do_transport_get_re_evc", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_get_re_evc = as_int(v); }},
-        {"do_transport_run_MC", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_run_MC = as_int(v); }},
-        {"do_transport_get_mob_MC", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_get_mob_MC = as_int(v); }},
-        {"do_transport_run_MC_temp", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_run_MC_temp = as_int(v); }},
-        {"do_transport_get_mob_MC_temp", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_get_mob_MC_temp = as_int(v); }},
-        {"do_transport_run_ME", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_run_ME = as_int(v); }},
-        {"do_transport_get_mob_ME", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_get_mob_ME = as_int(v); }},
-        {"do_transport_run_ME_temp", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_run_ME_temp = as_int(v); }},
-        {"do_transport_get_mob_ME_temp", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_get_mob_ME_temp = as_int(v); }},
-        {"do_transport_gather_kelta_data", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_gather_kelta_data = as_int(v); }},
+        {"do_transport_prepare", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_prepare = k.integer(v); }},
+        {"do_transport_submit_HL_job", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_submit_HL_job = k.integer(v); }},
+        {"do_transport_submit_RE_job", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_submit_RE_job = k.integer(v); }},
+        {"do_transport_get_transferintegral", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_get_transferintegral = k.integer(v); }},
+        {"do_transport_get_re_evc", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_get_re_evc = k.integer(v); }},
+        {"do_transport_run_MC", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_run_MC = k.integer(v); }},
+        {"do_transport_get_mob_MC", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_get_mob_MC = k.integer(v); }},
+        {"do_transport_run_MC_temp", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_run_MC_temp = k.integer(v); }},
+        {"do_transport_get_mob_MC_temp", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_get_mob_MC_temp = k.integer(v); }},
+        {"do_transport_run_ME", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_run_ME = k.integer(v); }},
+        {"do_transport_get_mob_ME", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_get_mob_ME = k.integer(v); }},
+        {"do_transport_run_ME_temp", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_run_ME_temp = k.integer(v); }},
+        {"do_transport_get_mob_ME_temp", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_get_mob_ME_temp = k.integer(v); }},
+        {"do_transport_gather_kelta_data", nullptr, [](KeltaInp& k, const std::string& v) { k.do_transport_gather_kelta_data = k.integer(v); }},
         {"mater_name", nullptr, [](KeltaInp& k, const std::string& v) { k.mater_name = as_word(v); }},
         {"module_mpich2", nullptr, [](KeltaInp& k, const std::string& v) { k.job.module_mpich2 = as_word(v); k.job.module_mpich2_given = true; }},
         {"module_qc", "module_gaussian", [](KeltaInp& k, const std::string& v) { k.job.module_qc = as_word(v); k.job.module_qc_given = true; }},
         {"qc_exe", "gaussian_exe", [](KeltaInp& k, const std::string& v) { k.job.qc_exe = as_word(v); }},
-        {"qc_memory", "memory", [](KeltaInp& k, const std::string& v) { k.qc_memory = as_int(v); }},
-        {"qc_nodes", "gaussian_nodes", [](KeltaInp& k, const std::string& v) { k.job.qc_nodes = as_int(v); }},
-        {"qc_ppn", "gaussian_ppn", [](KeltaInp& k, const std::string& v) { k.job.qc_ppn = as_int(v); }},
+        {"qc_memory", "memory", [](KeltaInp& k, const std::string& v) { k.qc_memory = k.integer(v); }},
+        {"qc_nodes", "gaussian_nodes", [](KeltaInp& k, const std::string& v) { k.job.qc_nodes = k.integer(v); }},
+        {"qc_ppn", "gaussian_ppn", [](KeltaInp& k, const std::string& v) { k.job.qc_ppn = k.integer(v); }},
         {"qc_method", nullptr, [](KeltaInp& k, const std::string& v) { k.qc_method = as_word(v); }},
         {"qc_basis", "basis_name", [](KeltaInp& k, const std::string& v) { k.qc_basis = as_word(v); }},
         {"qc_basis_re", "basis_name_re", [](KeltaInp& k, const std::string& v) { k.qc_basis_re = as_word(v); }},
         {"queue_name", nullptr, [](KeltaInp& k, const std::string& v) { k.job.queue_name = as_word(v); }},
         {"sched_type", "queue_type", [](KeltaInp& k, const std::string& v) { k.job.sched_type = as_word(v); }},
-        {"sched_job_array", nullptr, [](KeltaInp& k, const std::string& v) { k.job.sched_job_array = as_int(v) != 0; }},
+        {"sched_job_array", nullptr, [](KeltaInp& k, const std::string& v) { k.job.sched_job_array = k.integer(v) != 0; }},
         {"nodelist", nullptr, [](KeltaInp& k, const std::string& v) { k.job.nodelist = as_word(v); }},
-        {"start_temp", nullptr, [](KeltaInp& k, const std::string& v) { k.start_temp = as_real(v); }},
-        {"end_temp", nullptr, [](KeltaInp& k, const std::string& v) { k.end_temp = as_real(v); }},
-        {"delta_temp", nullptr, [](KeltaInp& k, const std::string& v) { k.delta_temp = as_real(v); }},
+        {"start_temp", nullptr, [](KeltaInp& k, const std::string& v) { k.start_temp = k.real(v); }},
+        {"end_temp", nullptr, [](KeltaInp& k, const std::string& v) { k.end_temp = k.real(v); }},
+        {"delta_temp", nullptr, [](KeltaInp& k, const std::string& v) { k.delta_temp = k.real(v); }},
         {"chargetype", nullptr, [](KeltaInp& k, const std::string& v) {
              k.chargetype = as_word(v);
              const std::string& c = k.chargetype;
@@ -230,27 +221,27 @@ void KeltaInp::set_keyword(const std::string& key, const std::string& v, const c
         {"vector_a", nullptr, [](KeltaInp& k, const std::string& v) { k.set_length_triple("vector_a", v, k.vec_a); }},
         {"vector_b", nullptr, [](KeltaInp& k, const std::string& v) { k.set_length_triple("vector_b", v, k.vec_b); }},
         {"vector_c", nullptr, [](KeltaInp& k, const std::string& v) { k.set_length_triple("vector_c", v, k.vec_c); }},
-        {"lat_cutoff", nullptr, [](KeltaInp& k, const std::string& v) { k.lat_cutoff = k.length("lat_cutoff", v, as_real(v)); }},
-        {"nei_scell", nullptr, [](KeltaInp& k, const std::string& v) { as_int_triple(v, k.scell_n.data()); }},
-        {"super-cell", "super_cell", [](KeltaInp& k, const std::string& v) { as_int_triple(v, k.super_cell.data()); }},
-        {"bond_dis_scale", nullptr, [](KeltaInp& k, const std::string& v) { k.bond_dis_scale = k.length("bond_dis_scale", v, as_real(v)); }},
-        {"temp", nullptr, [](KeltaInp& k, const std::string& v) { k.temp = as_real(v); }},
-        {"maxt", nullptr, [](KeltaInp& k, const std::string& v) { k.maxt = as_real(v); }},
+        {"lat_cutoff", nullptr, [](KeltaInp& k, const std::string& v) { k.lat_cutoff = k.length("lat_cutoff", v, k.real(v)); }},
+        {"nei_scell", nullptr, [](KeltaInp& k, const std::string& v) { k.int_triple(v, k.scell_n.data()); }},
+        {"super-cell", "super_cell", [](KeltaInp& k, const std::string& v) { k.int_triple(v, k.super_cell.data()); }},
+        {"bond_dis_scale", nullptr, [](KeltaInp& k, const std::string& v) { k.bond_dis_scale = k.length("bond_dis_scale", v, k.real(v)); }},
+        {"temp", nullptr, [](KeltaInp& k, const std::string& v) { k.temp = k.temperature(v); }},
+        {"maxt", nullptr, [](KeltaInp& k, const std::string& v) { k.maxt = k.real(v); }},
         {"ratetype", nullptr, [](KeltaInp& k, const std::string& v) {
              k.ratetype = as_text(v);
              const char* r = k.ratetype.c_str();
              check_choice(k.ratetype, my_strcasestr(r, "marcus", 6) || my_strcasestr(r, "quant", 5), "ratetype", "marcus, quantum");
          }},
-        {"sta", nullptr, [](KeltaInp& k, const std::string& v) { k.sta = as_int(v); }},
-        {"delta_angle", nullptr, [](KeltaInp& k, const std::string& v) { k.delta_angle = as_real(v); }},
-        {"tsimu", nullptr, [](KeltaInp& k, const std::string& v) { k.tsimu = as_real(v); }},
-        {"tsnap", nullptr, [](KeltaInp& k, const std::string& v) { k.tsnap = as_real(v); }},
-        {"tstep", nullptr, [](KeltaInp& k, const std::string& v) { k.tstep = as_real(v); }},
-        {"nsimu", nullptr, [](KeltaInp& k, const std::string& v) { k.nsimu = as_int(v); }},
-        {"iterlimit", nullptr, [](KeltaInp& k, const std::string& v) { k.iterlimit = as_int(v); }},
-        {"nevery_out", nullptr, [](KeltaInp& k, const std::string& v) { k.nevery_out = as_int(v); }},
-        {"RE_unique_mol", nullptr, [](KeltaInp& k, const std::string& v) { k.RE_unique_mol = as_int(v); }},
-        {"HL_unique_mol", nullptr, [](KeltaInp& k, const std::string& v) { k.HL_unique_mol = as_int(v); }},
+        {"sta", nullptr, [](KeltaInp& k, const std::string& v) { k.sta = k.integer(v); }},
+        {"delta_angle", nullptr, [](KeltaInp& k, const std::string& v) { k.delta_angle = k.real(v); }},
+        {"tsimu", nullptr, [](KeltaInp& k, const std::string& v) { k.tsimu = k.real(v); }},
+        {"tsnap", nullptr, [](KeltaInp& k, const std::string& v) { k.tsnap = k.real(v); }},
+        {"tstep", nullptr, [](KeltaInp& k, const std::string& v) { k.tstep = k.real(v); }},
+        {"nsimu", nullptr, [](KeltaInp& k, const std::string& v) { k.nsimu = k.integer(v); }},
+        {"iterlimit", nullptr, [](KeltaInp& k, const std::string& v) { k.iterlimit = k.integer(v); }},
+        {"nevery_out", nullptr, [](KeltaInp& k, const std::string& v) { k.nevery_out = k.integer(v); }},
+        {"RE_unique_mol", nullptr, [](KeltaInp& k, const std::string& v) { k.RE_unique_mol = k.integer(v); }},
+        {"HL_unique_mol", nullptr, [](KeltaInp& k, const std::string& v) { k.HL_unique_mol = k.integer(v); }},
         {"homo_adjustment", nullptr, [](KeltaInp& k, const std::string& v) { append_int_list(v, k.homo_adjustment); }},
         {"lumo_adjustment", nullptr, [](KeltaInp& k, const std::string& v) { append_int_list(v, k.lumo_adjustment); }},
         {"molecule", nullptr, [](KeltaInp& k, const std::string& v) { k.set_molecule_files(v); }},
@@ -258,24 +249,25 @@ void KeltaInp::set_keyword(const std::string& key, const std::string& v, const c
              k.read_data_cif(as_text(v).c_str(), k.verbose_);
              k.mol_input_mode = 2;
          }},
-        {"lat_site_energy", nullptr, [](KeltaInp& k, const std::string& v) { k.lat_site_energy = as_int(v); }},
-        {"output_level", nullptr, [](KeltaInp& k, const std::string& v) { k.output_level = as_int(v); }},
+        {"lat_site_energy", nullptr, [](KeltaInp& k, const std::string& v) { k.lat_site_energy = k.integer(v); }},
+        {"output_level", nullptr, [](KeltaInp& k, const std::string& v) { k.output_level = k.integer(v); }},
         {"kelta_dat_file", nullptr, [](KeltaInp& k, const std::string& v) { k.kelta_dat_file = as_text(v); }},
-        {"output_eigval", nullptr, [](KeltaInp& k, const std::string& v) { k.output_eigval = as_int(v); }},
+        {"output_eigval", nullptr, [](KeltaInp& k, const std::string& v) { k.output_eigval = k.integer(v); }},
         {"compute_engine", nullptr, [](KeltaInp& k, const std::string& v) {
-             k.compute_engine = as_int(v);
+             k.compute_engine = k.integer(v);
              if (k.compute_engine == 2) k.job.qc_exe = "fullpath/orca";
          }},
         {"scratch", nullptr, [](KeltaInp& k, const std::string& v) { k.job.scratch = v; }},
-        {"eckart_mirror", nullptr, [](KeltaInp& k, const std::string& v) { k.eckart_mirror = as_int(v); }},
+        {"eckart_mirror", nullptr, [](KeltaInp& k, const std::string& v) { k.eckart_mirror = k.integer(v); }},
         {"app_elec_F", nullptr, [](KeltaInp& k, const std::string& v) {
-             as_real_triple(v, k.app_elec_F.data());
+             k.real_triple(v, k.app_elec_F.data());
              for (const double f : k.app_elec_F)
                  if (f != 0.0) k.app_elec_F_on = true;  // never cleared by a later zero field
          }},
     };
     for (const Keyword& kw : table) {
         if (iequals(key, kw.name) || (kw.alias && iequals(key, kw.alias))) {
+            key_ = key;
             kw.set(*this, v);
             return;
         }
@@ -292,10 +284,64 @@ double KeltaInp::length(const char* key, const std::string& value, double v) con
     return v;
 }
 
-void KeltaInp::set_length_triple(const char* key, const std::string& value, Vec3& vec) const
+void KeltaInp::set_length_triple(const char* key, const std::string& value, Vec3& vec)
 {
-    as_real_triple(value, vec.data());
+    real_triple(value, vec.data());
     for (const double c : vec) length(key, value, c);
+}
+
+double KeltaInp::temperature(const std::string& value)
+{
+    const double t = real(value);
+    if (!(t > 0.0 && std::isfinite(t)))
+        fatal(kModule, 452, 1, strprintf(kBadTemperature, path_.c_str(), line_, as_text(value).c_str(), t));
+    return t;
+}
+
+// Numbers follow atoi, atof and sscanf: "nsimu = abc" gives 0 and "1.0d3" gives
+// 1.0, as the suite has always read them. What they leave unread is noted, and
+// the first such line is named in one warning after the file is read.
+int KeltaInp::integer(const std::string& value)
+{
+    char* end = nullptr;
+    const int v = static_cast<int>(std::strtol(value.c_str(), &end, 10));  // atoi
+    note_unread(value, end, std::to_string(v));
+    return v;
+}
+
+double KeltaInp::real(const std::string& value)
+{
+    char* end = nullptr;
+    const double v = std::strtod(value.c_str(), &end);  // atof
+    note_unread(value, end, strprintf("%g", v));
+    return v;
+}
+
+// Components that cannot be scanned keep their previous values.
+void KeltaInp::real_triple(const std::string& value, double* out)
+{
+    const std::string t = as_text(value);
+    const char* p = t.c_str();
+    for (int k = 0, n = 0; k < 3 && std::sscanf(p, "%lf%n", &out[k], &n) == 1; ++k) p += n;
+    note_unread(value, p, strprintf("%g %g %g", out[0], out[1], out[2]));
+}
+
+void KeltaInp::int_triple(const std::string& value, int* out)
+{
+    const std::string t = as_text(value);
+    const char* p = t.c_str();
+    for (int k = 0, n = 0; k < 3 && std::sscanf(p, "%d%n", &out[k], &n) == 1; ++k) p += n;
+    note_unread(value, p, strprintf("%d %d %d", out[0], out[1], out[2]));
+}
+
+void KeltaInp::note_unread(const std::string& value, const char* end, const std::string& used)
+{
+    std::string rest = end;
+    if (trim(rest).empty()) return;
+    if (unread_count_++ > 0) return;
+    const std::string text = as_text(value);
+    unread_ = strprintf(text == rest ? kNoNumber : kTextAfterNumber, path_.c_str(), line_, key_.c_str(), text.c_str(),
+                        used.c_str(), rest.c_str());
 }
 
 // "molecule = N a.mol b.mol ...": runs of blanks count as one separator.

@@ -62,10 +62,20 @@ private:
     void check_settings();
     void set_molecule_files(const std::string& value);
     double length(const char* key, const std::string& value, double v) const;
-    void set_length_triple(const char* key, const std::string& value, Vec3& vec) const;
+    void set_length_triple(const char* key, const std::string& value, Vec3& vec);
+    double temperature(const std::string& value);
+    // The value kinds of numbers; each notes text it leaves unread.
+    int integer(const std::string& value);
+    double real(const std::string& value);
+    void real_triple(const std::string& value, double* out);
+    void int_triple(const std::string& value, int* out);
+    void note_unread(const std::string& value, const char* end, const std::string& used);
 
     std::vector<std::string> lines_;  // the file, one entry per read; only during reading
     std::string path_;                // the file being read, and the line number of the
     int line_{};                      // setting being stored, for messages
+    std::string key_;                 // the key being stored, as written
+    std::string unread_;              // the first number followed by text, as its warning
+    int unread_count_ = 0;            // lines with such numbers
     bool verbose_ = false;
 };

@@ -323,11 +323,8 @@ void q_sort2(const double* keys, int* idx, int left, int right)
 void invert(const Mat3& m, Mat3& inv)
 {
     if (&m == &inv) fatal("mmutil", 593, -1, "invert - Result matrix overlaps input\n");
-    double det = 0.0;
-    det += m[0][0] * (m[1][1] * m[2][2] - m[1][2] * m[2][1]);
-    det += m[0][1] * (m[1][2] * m[2][0] - m[1][0] * m[2][2]);
-    det += m[0][2] * (m[1][0] * m[2][1] - m[1][1] * m[2][0]);
-    if (std::fabs(det) < 1e-30) fatal("mmutil", 600, -1, "Determinant of matrix is zero.\n");
+    const double det = determinant(m);
+    if (std::fabs(det) < kSingularDeterminant) fatal("mmutil", 600, -1, "Determinant of matrix is zero.\n");
     Mat3 cof;
     for (int i = 0; i < 3; ++i)
         for (int j = 0; j < 3; ++j) {
@@ -337,6 +334,15 @@ void invert(const Mat3& m, Mat3& inv)
     const double r = 1.0 / det;
     for (int i = 0; i < 3; ++i)
         for (int j = 0; j < 3; ++j) inv[i][j] = cof[j][i] * r;
+}
+
+double determinant(const Mat3& m)
+{
+    double det = 0.0;
+    det += m[0][0] * (m[1][1] * m[2][2] - m[1][2] * m[2][1]);
+    det += m[0][1] * (m[1][2] * m[2][0] - m[1][0] * m[2][2]);
+    det += m[0][2] * (m[1][0] * m[2][1] - m[1][1] * m[2][0]);
+    return det;
 }
 
 Vec3 mat_vec_mul(const Mat3& m, const Vec3& v)

@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <charconv>
 #include <climits>
 #include <cmath>
@@ -21,25 +23,42 @@ constexpr int kLineBadTimeGrid = 95;
 constexpr int kLineNegativeNsimu = 97;
 constexpr int kLineTablesTooLarge = 150;
 constexpr int kLineTrackOpen = 175;
+constexpr int kLineTrackRead = 178;
+constexpr int kLineTemperature = 262;
 constexpr int kLineAverTrack = 275;
 constexpr int kLineMob = 411;
 constexpr int kLineAverTrackAxis = 528;
 constexpr int kLineMobAxis = 645;
 
 const char* const kBadTimeGrid =
-    "tsimu = %g and tsnap = %g give no usable number of time points (round(tsimu / tsnap) must be "
-    "a whole number from 0 to %d)\n";
+    "tsimu = %g and tsnap = %g give no usable number of time points (tsnap must be positive and round(tsimu / tsnap) "
+    "must be a whole number from 0 to %d)\n";
 const char* const kNegativeNsimu = "nsimu = %d: the number of track files cannot be negative\n";
 const char* const kTablesTooLarge =
     "nsimu = %d trajectories of ntime = %d time points need %.3g GB of track tables, more than the memory "
     "of this machine\n";
+const char* const kReadFailed = "Failed to read input file %s: %s\n";
+const char* const kBadTemperature = "temp.inp line 1: temp = %g K, not a finite positive temperature\n";
 const char* const kNonFinite =
-    "WARNING: %s line %d holds a value that is not a finite number; the mobilities computed from it are "
-    "not numbers\n";
-const char* const kNoData =
-    "WARNING: %d track file(s) hold no data lines, the first %s; their carriers are taken as not moving\n";
+    "%s line %d holds a value that is not a finite number; the mobilities computed from it are not numbers\n";
+const char* const kSquareOverflows =
+    "%s line %d holds %g, whose square overflows; the mobilities computed from it are not finite numbers\n";
+const char* const kNoData = "%d track file(s) hold no data lines, the first %s; their carriers are taken as not moving\n";
+const char* const kShortFiles =
+    "%d track file(s) hold fewer data rows than ntime = %d, the first %s with %d; their last row stands for the "
+    "missing time points, so the mobility comes out too small. Likely cause: tsimu or tsnap in the input file "
+    "is not that of the simulation\n";
+const char* const kOffGrid =
+    "%s line %d holds time %g where the time grid expects %d x tsnap = %g; the analysis takes the times from "
+    "the file, but tsnap in the input file is likely not that of the simulation\n";
+// A time within this fraction of k x tsnap (of tsnap for k = 0) is on the grid;
+// the hopping code prints times to seven significant digits.
+constexpr double kGridTolerance = 1e-6;
+// The largest magnitude whose square is finite.
+const double kLargestSquarable = std::sqrt(std::numeric_limits<double>::max());
 
 constexpr size_t kTrackLineBuffer = 256;  // the hopping code's line buffer
+constexpr size_t kTrackBlock = 1 << 16;   // bytes read at once
 
 std::string track_name(int j)
 {
@@ -136,6 +155,7 @@ public:
         return line_;
     }
     int number() const { return number_; }  // 1-based number of the last line read
+    int error() const { return error_; }    // errno of a failed read, 0 if none
 
 private:
     // Moves what is left to the front and reads until a whole line fits or the file ends.
@@ -146,6 +166,8 @@ private:
         while (end_ < kTrackLineBuffer - 1 && !eof_) {
             const size_t got = std::fread(block_.data() + end_, 1, block_.size() - end_, f_);
             eof_ = got == 0;
+            // A failed read is no end of the file: it is reported, not taken as one.
+            if (got == 0 && std::ferror(f_)) error_ = errno != 0 ? errno : EIO;
             end_ += got;
         }
     }
@@ -154,6 +176,7 @@ private:
     std::vector<char>& block_;
     size_t pos_ = 0, end_ = 0;
     bool eof_ = false;
+    int error_ = 0;
     char line_[kTrackLineBuffer];
     int number_ = 0;
 };
@@ -172,16 +195,16 @@ void seed_ran2(const RandomSeeds& seeds)
 void write_aver_track(const std::string& name, int line, const std::vector<double>& time,
                       const std::vector<double>& mean)
 {
-    const File f = open_file(name, "wt");
-    if (!f) fatal_open(kModule, line, name);
-    for (size_t t = 0; t < mean.size(); ++t) std::fprintf(f.get(), "%14.6e %14.6e\n", time[t], mean[t]);
+    OutputFile f(name, kModule, line);
+    for (size_t t = 0; t < mean.size(); ++t) f.print("%14.6e %14.6e\n", time[t], mean[t]);
+    f.commit();
 }
 
 void write_mob_line(const std::string& name, int line, const std::string& label, double mob, double dev)
 {
-    const File f = open_file(name, "wt");
-    if (!f) fatal_open(kModule, line, name);
-    std::fprintf(f.get(), "%s / dev [cm**2/Vs]: %14.6e  %14.6e\n", label.c_str(), mob, dev);
+    OutputFile f(name, kModule, line);
+    f.print("%s / dev [cm**2/Vs]: %14.6e  %14.6e\n", label.c_str(), mob, dev);
+    f.commit();
 }
 
 }  // namespace
@@ -210,7 +233,7 @@ void Mobutils::init()
     if (!input_read) read_kelta_inp("kelta.inp", flag_binfo);
     if (nsimu < 0) fatal(kModule, kLineNegativeNsimu, 1, strprintf(kNegativeNsimu, nsimu));
     const double points = tsimu / tsnap + 0.5;
-    if (!(points >= 0.0 && points < static_cast<double>(INT_MAX)))
+    if (!(tsnap > 0.0 && points >= 0.0 && points < static_cast<double>(INT_MAX)))
         fatal(kModule, kLineBadTimeGrid, 1, strprintf(kBadTimeGrid, tsimu, tsnap, INT_MAX - 1));
     ntime = static_cast<int>(points);
     if (flag_binfo) {
@@ -241,59 +264,87 @@ void Mobutils::readin_track_data()
     // Every entry is set by the reader threads, which touch the memory first.
     for (Table* table : {&track_x, &track_y, &track_z, &track_r2}) table->allocate(n, ntime);
 
-    std::vector<int> bad_line(static_cast<size_t>(n));  // first line with a value that is no finite number
-    std::vector<char> no_data(static_cast<size_t>(n));
-    int missing = n;  // the lowest-numbered file that cannot be opened
-    bool out_of_memory = false;
+    std::vector<TrackFileReport> report(static_cast<size_t>(n));  // each written by the thread reading its file
+    std::atomic<bool> out_of_memory{false};
 #pragma omp parallel
     {
-        std::vector<char> block(1 << 16);
+        std::vector<char> block;
 #pragma omp for schedule(dynamic, 8)
         for (int j = 0; j < n; ++j) {
-            try {
+            try {  // nothing may leave the parallel region
+                block.resize(kTrackBlock);
                 const File f = open_file(track_name(j), "rt");
-                if (!f) {
-#pragma omp critical(kelta_missing_track)
-                    missing = std::min(missing, j);
-                    continue;
-                }
-                const auto [bad, lines] = read_track(f.get(), block, j);
-                bad_line[j] = bad;
-                no_data[j] = lines == 0 && ntime > 0;
+                if (f) report[j] = read_track(f.get(), block, j);
             } catch (const std::bad_alloc&) {
-                out_of_memory = true;  // nothing may leave the parallel region
+                out_of_memory.store(true, std::memory_order_relaxed);
             }
         }
     }
-    if (out_of_memory) throw std::bad_alloc();
-    if (missing < n) fatal_open(kModule, kLineTrackOpen, track_name(missing));
-    const auto first_bad = std::find_if(bad_line.begin(), bad_line.end(), [](int l) { return l != 0; });
-    if (first_bad != bad_line.end())
-        std::fprintf(stderr, kNonFinite, track_name(static_cast<int>(first_bad - bad_line.begin())).c_str(), *first_bad);
-    const auto first_empty = std::find(no_data.begin(), no_data.end(), 1);
-    if (first_empty != no_data.end())
-        std::fprintf(stderr, kNoData, static_cast<int>(std::count(no_data.begin(), no_data.end(), 1)),
-                     track_name(static_cast<int>(first_empty - no_data.begin())).c_str());
+    if (out_of_memory.load()) throw std::bad_alloc();
+    report_track_files(report);
     track_loaded = true;
 }
 
-// One trajectory's rows from an open track file; returns the number of the first
-// line holding a value that is no finite number (0: none) and the count of data
-// lines read.
-std::pair<int, int> Mobutils::read_track(std::FILE* f, std::vector<char>& block, int j)
+// Ends the run on the lowest-numbered file that could not be opened or read;
+// otherwise each kind of doubtful content gets one warning, naming the first
+// file that has it.
+void Mobutils::report_track_files(const std::vector<TrackFileReport>& report)
 {
+    const auto first = [&report](auto has) -> int {
+        const auto it = std::find_if(report.begin(), report.end(), has);
+        return it == report.end() ? -1 : static_cast<int>(it - report.begin());
+    };
+    if (const int j = first([](const TrackFileReport& r) { return !r.opened; }); j >= 0)
+        fatal_open(kModule, kLineTrackOpen, track_name(j));
+    if (const int j = first([](const TrackFileReport& r) { return r.read_error != 0; }); j >= 0)
+        fatal(kModule, kLineTrackRead, -1, "",
+              strprintf(kReadFailed, track_name(j).c_str(), std::strerror(report[j].read_error)));
+    if (const int j = first([](const TrackFileReport& r) { return r.bad_line != 0; }); j >= 0)
+        warn(strprintf(kNonFinite, track_name(j).c_str(), report[j].bad_line));
+    if (const int j = first([](const TrackFileReport& r) { return r.overflow_line != 0; }); j >= 0)
+        warn(strprintf(kSquareOverflows, track_name(j).c_str(), report[j].overflow_line, report[j].overflow_value));
+    const auto empty = [this](const TrackFileReport& r) { return r.rows == 0 && ntime > 0; };
+    if (const int j = first(empty); j >= 0)
+        warn(strprintf(kNoData, static_cast<int>(std::count_if(report.begin(), report.end(), empty)),
+                       track_name(j).c_str()));
+    const auto short_file = [this](const TrackFileReport& r) { return r.rows > 0 && r.rows < ntime; };
+    if (const int j = first(short_file); j >= 0)
+        warn(strprintf(kShortFiles, static_cast<int>(std::count_if(report.begin(), report.end(), short_file)), ntime,
+                       track_name(j).c_str(), report[j].rows));
+    if (!report.empty() && report[0].off_grid_line != 0) {
+        const int k = report[0].off_grid_line - 2;  // the header is line 1, time point 0 line 2
+        warn(strprintf(kOffGrid, track_name(0).c_str(), report[0].off_grid_line, report[0].off_grid_time, k,
+                       k * tsnap));
+    }
+}
+
+// One trajectory's rows from an open track file, and what was doubtful in them.
+// Only the first file's times are kept, and only they are compared with the
+// grid k x tsnap.
+TrackFileReport Mobutils::read_track(std::FILE* f, std::vector<char>& block, int j)
+{
+    TrackFileReport r;
+    r.opened = true;
     TrackLines lines(f, block);
     lines.next();  // header
     std::array<double, 5> v{};
-    int bad = 0, data_lines = 0;
-    const auto finite = [](double x) { return std::isfinite(x); };
     for (int t = 0; t < ntime; ++t) {
         if (const char* line = lines.next()) {
             parse_track_line(line, v);
-            ++data_lines;
-            // Only the first file's times are kept.
+            ++r.rows;
             const std::span<const double> kept = std::span(v).subspan(j == 0 ? 0 : 1);
-            if (bad == 0 && !std::all_of(kept.begin(), kept.end(), finite)) bad = lines.number();
+            for (const double x : kept) {
+                if (r.bad_line == 0 && !std::isfinite(x)) r.bad_line = lines.number();
+                if (r.overflow_line == 0 && std::isfinite(x) && std::fabs(x) > kLargestSquarable) {
+                    r.overflow_line = lines.number();
+                    r.overflow_value = x;
+                }
+            }
+            const double expected = t * tsnap;
+            if (j == 0 && r.off_grid_line == 0 && !(std::fabs(v[0] - expected) <= kGridTolerance * tsnap * std::max(t, 1))) {
+                r.off_grid_line = lines.number();
+                r.off_grid_time = v[0];
+            }
         }
         track_x[j][t] = v[1];
         track_y[j][t] = v[2];
@@ -301,7 +352,16 @@ std::pair<int, int> Mobutils::read_track(std::FILE* f, std::vector<char>& block,
         track_r2[j][t] = v[4];
         if (j == 0) track_time[t] = v[0];
     }
-    return {bad, data_lines};
+    r.read_error = lines.error();
+    return r;
+}
+
+// temp.inp replaces temp for every later analysis; a temperature that is not
+// finite and positive ends the run before any file is written.
+void Mobutils::read_temperature_override()
+{
+    read_first_number("temp.inp", temp);
+    if (!(temp > 0.0 && std::isfinite(temp))) fatal(kModule, kLineTemperature, 1, strprintf(kBadTemperature, temp));
 }
 
 void Mobutils::output_mob_data(int mob_all, const RandomSeeds& seeds)
@@ -318,7 +378,7 @@ void Mobutils::output_mob_data(int mob_all, const RandomSeeds& seeds)
 void Mobutils::mob_average(const RandomSeeds& seeds)
 {
     std::cout << "Treating mob_average..." << "\n";
-    read_first_number("temp.inp", temp);  // replaces temp for every later analysis
+    read_temperature_override();
     if (flag_binfo) std::cout << "  temp  = " << temp << "\n";
     const int n = std::max(nsimu, 0);
     std::vector<double> mean(static_cast<size_t>(ntime), 0.0);
@@ -342,7 +402,7 @@ void Mobutils::mob_average(const RandomSeeds& seeds)
 void Mobutils::mob_direction_a_b_c(const RandomSeeds& seeds)
 {
     std::cout << "Treating mob_direction..." << "\n";
-    read_first_number("temp.inp", temp);  // replaces temp for every later analysis
+    read_temperature_override();
     if (flag_binfo) std::cout << "  temp = " << temp << "\n";
     const int n = std::max(nsimu, 0);
     const double f1 = 1e-16 / ((0.0001724 * temp) * get_track_timeunit());

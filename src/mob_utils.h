@@ -26,6 +26,18 @@ struct RandomSeeds {
     std::vector<std::uint32_t> scan;   // scan thread t seeds direction d with scan[t % size] + d
 };
 
+// What reading one track file found; readin_track_data turns it into messages.
+struct TrackFileReport {
+    bool opened = false;
+    int read_error = 0;          // errno of a read that failed
+    int rows = 0;                // data lines read, at most ntime
+    int bad_line = 0;            // first line with a value that is not a finite number
+    int overflow_line = 0;       // first line with a finite value whose square overflows
+    double overflow_value = 0;
+    int off_grid_line = 0;       // first file only: first line whose time is off k x tsnap
+    double off_grid_time = 0;
+};
+
 class Mobutils : public Transport {
 public:
     Mobutils();
@@ -64,6 +76,11 @@ public:
     int nsamp = 100;                  // bootstrap resamples
     double angle_delta = 10.0;        // degrees; delta.inp may replace it
 
+    // ------------------------------------------------ track reading (readin_track_data, tests)
+    // Reads trajectory j's rows from an open track file with a buffer `block`.
+    TrackFileReport read_track(std::FILE* f, std::vector<char>& block, int j);
+
 private:
-    std::pair<int, int> read_track(std::FILE* f, std::vector<char>& block, int j);
+    void read_temperature_override();
+    void report_track_files(const std::vector<TrackFileReport>& report);
 };

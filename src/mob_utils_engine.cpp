@@ -296,6 +296,10 @@ void ScanEngine::treat(const std::vector<Vec3>& dirs, std::vector<double>& mob, 
         return;
     }
     const double largest = std::max({mean_slope_[0], mean_slope_[1], mean_slope_[2]});
+    // Each thread's slopes along a direction, allocated here: an allocation that
+    // failed inside the parallel region could not be reported.
+    std::vector<std::vector<double>> thread_slopes(static_cast<size_t>(omp_get_max_threads()),
+                                                   std::vector<double>(slope_tensor_.size()));
     std::vector<char> projected(nd, 1);
     for (size_t d = 0; d < nd && moments_ok_; ++d) {
         const Form form = quadratic_form(dirs[d]);
@@ -306,7 +310,7 @@ void ScanEngine::treat(const std::vector<Vec3>& dirs, std::vector<double>& mob, 
     {
         const int thread = omp_get_thread_num(), nthreads = omp_get_num_threads();
         const std::uint32_t base = thread_base(seeds_, thread);
-        std::vector<double> slopes(slope_tensor_.size());
+        std::vector<double>& slopes = thread_slopes[static_cast<size_t>(thread)];
         for (size_t d = 0; d < nd; ++d) {
             if (projected[d]) continue;
             const Form form = quadratic_form(dirs[d]);

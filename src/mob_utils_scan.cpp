@@ -118,8 +118,7 @@ void Mobutils::mob_plane_xy_xz_yz(const RandomSeeds& seeds)
         const std::string data = std::string(plane.name) + ".dat";
         double max = 0.0;
         {
-            const File f = open_file(data, "wt");
-            if (!f) fatal_open(kModule, plane.open_line, data);
+            OutputFile f(data, kModule, plane.open_line);
             std::vector<Vec3> dirs;
             for (int i = 0; i <= last; ++i) {
                 const double rad = radians(i * step);
@@ -128,9 +127,10 @@ void Mobutils::mob_plane_xy_xz_yz(const RandomSeeds& seeds)
             std::vector<double> mob, err;
             engine.treat(dirs, mob, err);
             for (size_t i = 0; i < dirs.size(); ++i) {
-                std::fprintf(f.get(), kPlaneRow, static_cast<double>(i) * step, mob[i], err[i]);
+                f.print(kPlaneRow, static_cast<double>(i) * step, mob[i], err[i]);
                 max = std::max(max, mob[i]);  // a direction that is not a number leaves it
             }
+            f.commit();
         }
         write_gnuplot_eps_script(plane.name, max);
         write_gnuplot_png_script(plane.name, max);
@@ -154,9 +154,8 @@ void Mobutils::mob_direction_all(const RandomSeeds& seeds)
     const std::string data = std::string(kSphereData) + ".dat";
     double max = 0.0;
     {
-        const File f = open_file(data, "wt");
-        if (!f) fatal_open(kModule, kLineSphereFile, data);
-        std::fputs(kSphereHeader, f.get());
+        OutputFile f(data, kModule, kLineSphereFile);
+        f.write(kSphereHeader);
         std::vector<Vec3> dirs;
         for (int i = 0; i <= last_phai; ++i) {
             const bool pole = i == last_phai || i == 0;
@@ -172,12 +171,13 @@ void Mobutils::mob_direction_all(const RandomSeeds& seeds)
             const double phai = i == last_phai ? 180.0 : i * step;
             for (int j = 0; j <= last_thet; ++j) {
                 const size_t k = pole ? d : d + static_cast<size_t>(j);
-                std::fprintf(f.get(), kSphereRow, phai, j * step, mob[k], err[k]);
+                f.print(kSphereRow, phai, j * step, mob[k], err[k]);
                 max = std::max(max, mob[k]);
             }
             d += pole ? 1 : static_cast<size_t>(last_thet) + 1;
-            std::fputs("\n", f.get());
+            f.write("\n");
         }
+        f.commit();
     }
     write_gnuplot_eps_script_3D(kSphereData, max);
     write_gnuplot_png_script_3D(kSphereData, max);

@@ -182,26 +182,20 @@ const GnuplotFlavour kPolarPng{".gnu-png", kTermPolarPng, "png", kLinePolarPng};
 const GnuplotFlavour kSurfaceEps{".gnu", kTermEps, "eps", kLineSurfaceEps};
 const GnuplotFlavour kSurfacePng{".gnu-png", kTermSurfacePng, "png", kLineSurfacePng};
 
-File open_script(const std::string& file, int line)
-{
-    File f = open_file(file, "wt");
-    if (!f) fatal_open(kModule, line, file);
-    return f;
-}
-
 void write_polar_gnuplot(const char* name, double max, const GnuplotFlavour& fl)
 {
-    const File f = open_script(std::string(name) + fl.suffix, fl.line);
+    OutputFile f(std::string(name) + fl.suffix, kModule, fl.line);
     const double r = 1.2 * max;
-    std::fprintf(f.get(), kPolarGnuplot, fl.term, name, fl.ext, r, r, r, r, name);
+    f.print(kPolarGnuplot, fl.term, name, fl.ext, r, r, r, r, name);
+    f.commit();
 }
 
 void write_surface_gnuplot(const char* name, double max, const GnuplotFlavour& fl)
 {
-    const File f = open_script(std::string(name) + fl.suffix, fl.line);
+    OutputFile f(std::string(name) + fl.suffix, kModule, fl.line);
     const double m = max, tic = 0.25 * (1.1 * max);
-    std::fprintf(f.get(), kSurfaceGnuplot, fl.term, fl.ext, m, m, m, m, m, m, tic, tic, tic, name,
-                 name);
+    f.print(kSurfaceGnuplot, fl.term, fl.ext, m, m, m, m, m, m, tic, tic, tic, name, name);
+    f.commit();
 }
 
 }  // namespace
@@ -229,14 +223,15 @@ void Mobutils::write_gnuplot_png_script_3D(const char* name, double max) const
 // The polar plot takes its range from the data; max is not used.
 void Mobutils::write_pyplot_script(const char* name, double /*max*/) const
 {
-    const File f = open_script(name, kLinePolarPy);
-    std::fprintf(f.get(), kPolarPython, remove_filename_extension(name).c_str());
+    OutputFile f(name, kModule, kLinePolarPy);
+    f.print(kPolarPython, remove_filename_extension(name).c_str());
+    f.commit();
 }
 
 void Mobutils::write_pyplot_script_3D(const char* name, double max) const
 {
-    const File f = open_script(name, kLineSurfacePy);
+    OutputFile f(name, kModule, kLineSurfacePy);
     const double l = max;
-    std::fprintf(f.get(), kSurfacePython, remove_filename_extension(name).c_str(), l, l, l, l, l,
-                 l);
+    f.print(kSurfacePython, remove_filename_extension(name).c_str(), l, l, l, l, l, l);
+    f.commit();
 }

@@ -127,44 +127,44 @@ struct TensorReport {
     bool halves;        // enough time points to compare the halves
 };
 
-void write_report(std::FILE* out, const TensorReport& r, int nsimu, int ntime, double temp, double unit)
+void write_report(OutputFile& out, const TensorReport& r, int nsimu, int ntime, double temp, double unit)
 {
-    std::fprintf(out, "# mobility tensor M, cm^2/(V s): the mobility along a unit direction u is u^T M u\n");
-    std::fprintf(out, "# %d trajectories of %d time points, temperature %g K, time unit %g s\n", nsimu, ntime, temp, unit);
-    std::fprintf(out, "# tensor in Cartesian axes, rows x, y, z\n");
-    for (const Vec3& row : r.mu) std::fprintf(out, "%14.6e %14.6e %14.6e\n", row[0], row[1], row[2]);
-    std::fprintf(out, "# principal mobilities, largest first, each with its unit axis x, y, z\n");
+    out.print("# mobility tensor M, cm^2/(V s): the mobility along a unit direction u is u^T M u\n");
+    out.print("# %d trajectories of %d time points, temperature %g K, time unit %g s\n", nsimu, ntime, temp, unit);
+    out.print("# tensor in Cartesian axes, rows x, y, z\n");
+    for (const Vec3& row : r.mu) out.print("%14.6e %14.6e %14.6e\n", row[0], row[1], row[2]);
+    out.print("# principal mobilities, largest first, each with its unit axis x, y, z\n");
     for (int c = 0; c < 3; ++c)
-        std::fprintf(out, "principal_%d %14.6e   %9.6f %9.6f %9.6f\n", c + 1, r.principal[c], r.axes[0][c], r.axes[1][c],
+        out.print("principal_%d %14.6e   %9.6f %9.6f %9.6f\n", c + 1, r.principal[c], r.axes[0][c], r.axes[1][c],
                      r.axes[2][c]);
-    std::fprintf(out, "anisotropy %12.4e   (largest / smallest principal mobility)\n", r.principal[0] / r.principal[2]);
-    std::fprintf(out, "# mobility along the cell vectors and along the reciprocal directions (a* is normal to b and c)\n");
-    for (int c = 0; c < 3; ++c) std::fprintf(out, "along_%c  %14.6e\n", "abc"[c], r.along[0][c]);
-    for (int c = 0; c < 3; ++c) std::fprintf(out, "along_%c* %14.6e\n", "abc"[c], r.along[1][c]);
-    std::fprintf(out, "# bootstrap over %d resamples of the trajectories: value, standard error (standard deviation\n"
+    out.print("anisotropy %12.4e   (largest / smallest principal mobility)\n", r.principal[0] / r.principal[2]);
+    out.print("# mobility along the cell vectors and along the reciprocal directions (a* is normal to b and c)\n");
+    for (int c = 0; c < 3; ++c) out.print("along_%c  %14.6e\n", "abc"[c], r.along[0][c]);
+    for (int c = 0; c < 3; ++c) out.print("along_%c* %14.6e\n", "abc"[c], r.along[1][c]);
+    out.print("# bootstrap over %d resamples of the trajectories: value, standard error (standard deviation\n"
                       "# of the resamples), 95%% percentile interval low and high, and the half-range the other files report\n",
                  kResamples);
     const std::array<const char*, 4> labels = {"average", "principal_1", "principal_2", "principal_3"};
     for (size_t k = 0; k < labels.size(); ++k)
-        std::fprintf(out, "%-12s %14.6e %14.6e %14.6e %14.6e %14.6e\n", labels[k], r.value[k], r.spread[k].se,
+        out.print("%-12s %14.6e %14.6e %14.6e %14.6e %14.6e\n", labels[k], r.value[k], r.spread[k].se,
                      r.spread[k].low, r.spread[k].high, r.spread[k].half_range);
-    std::fprintf(out, "# linearity: the average mobility fitted over the first and over the second half of the\n"
+    out.print("# linearity: the average mobility fitted over the first and over the second half of the\n"
                       "# time points, each with its standard error\n");
-    std::fprintf(out, "first_half   %14.6e %14.6e\nsecond_half  %14.6e %14.6e\n", r.value[4], r.spread[4].se, r.value[5],
+    out.print("first_half   %14.6e %14.6e\nsecond_half  %14.6e %14.6e\n", r.value[4], r.spread[4].se, r.value[5],
                  r.spread[5].se);
     // Both halves come from the same trajectories: their combined standard error is
     // that of the difference over the same resamples.
-    std::fprintf(out, "difference   %14.6e %14.6e   (second - first, standard error from the same resamples)\n",
+    out.print("difference   %14.6e %14.6e   (second - first, standard error from the same resamples)\n",
                  r.value[6], r.spread[6].se);
     if (!r.halves)
-        std::fprintf(out, "# verdict: too few time points to compare the two halves\n");
+        out.print("# verdict: too few time points to compare the two halves\n");
     else if (nsimu < 2)  // one trajectory: no resample can tell its spread
-        std::fprintf(out, "# verdict: too few trajectories to compare the two halves\n");
+        out.print("# verdict: too few trajectories to compare the two halves\n");
     else if (std::fabs(r.value[6]) > 3.0 * r.spread[6].se)
-        std::fprintf(out, "# verdict: WARNING: the halves differ by more than 3 combined standard errors: the motion is "
+        out.print("# verdict: WARNING: the halves differ by more than 3 combined standard errors: the motion is "
                           "not diffusive over the whole time (a ballistic start, or a saturation)\n");
     else
-        std::fprintf(out, "# verdict: the halves agree within 3 combined standard errors: the motion is diffusive\n");
+        out.print("# verdict: the halves agree within 3 combined standard errors: the motion is diffusive\n");
 }
 
 }  // namespace
@@ -222,7 +222,7 @@ void Mobutils::mob_tensor(const RandomSeeds& seeds)
         for (size_t k = 0; k < r.spread.size(); ++k) r.spread[k] = spread_of(boot[k]);
     }
 
-    const File f = open_file(kTensorFile, "wt");
-    if (!f) fatal_open(kModule, kLineTensorFile, kTensorFile);
-    write_report(f.get(), r, nsimu, ntime, temp, get_track_timeunit());
+    OutputFile f(kTensorFile, kModule, kLineTensorFile);
+    write_report(f, r, nsimu, ntime, temp, get_track_timeunit());
+    f.commit();
 }

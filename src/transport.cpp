@@ -12,6 +12,10 @@ const char* const kModule = "transport";
 // Atom pairs a neighbour search may compare (a few seconds); a wider search range
 // is refused rather than left running for hours.
 constexpr double kMaxPairTests = 2e9;
+// Cells searched on each side, at most: far beyond any cut-off, and small enough
+// that no arithmetic on the range can overflow.
+constexpr int kMaxSearchCells = 1000;
+const char* const kRangeOutOfBounds = "nei_scell = %d %d %d: each component must lie between -%d and %d\n";
 const char* const kRangeTooWide =
     "nei_scell = %d %d %d would compare %.3g atom pairs, more than the %.3g a neighbour search may; "
     "use a smaller range\n";
@@ -78,6 +82,9 @@ void Transport::build_neighbor_list(bool verbose)
     const double rcut = lat_cutoff;
     const double rcut_sq = rcut * rcut;
     const int na = scell_n[0], nb = scell_n[1], nc = scell_n[2];
+    for (const int n : scell_n)
+        if (n < -kMaxSearchCells || n > kMaxSearchCells)
+            fatal(kModule, 855, 1, strprintf(kRangeOutOfBounds, na, nb, nc, kMaxSearchCells, kMaxSearchCells));
     double atoms = 0.0, cells = 1.0;
     for (int m = 0; m < mol_count; ++m) atoms += mol_natoms[m];
     for (const int n : scell_n) cells *= std::max(0.0, 2.0 * n + 1.0);  // a negative range searches nothing

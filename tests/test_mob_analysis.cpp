@@ -40,16 +40,20 @@ TEST(TrackReader, SameTablesAsTheStraightforwardReader)
     write_file("track/track_0002.dat", "#\n0 1 2 3 4\nbad\n");  // short: its last line repeats
     write_file("track/track_0003.dat", "");
     Mobutils fast, straight;
-    for (Mobutils* m : {&fast, &straight}) m->nsimu = 40, m->ntime = 900;
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    fast.readin_track_data();
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+    for (Mobutils* m : {&fast, &straight}) m->nsimu = 40, m->ntime = 900, m->tsnap = 1;
+    const Outcome read = capture([&] { fast.readin_track_data(); });
+    EXPECT_EQ(read.err,
               "WARNING: track/track_0001.dat line 5 holds a value that is not a finite number; the mobilities "
               "computed from it are not numbers\n"
               "WARNING: 1 track file(s) hold no data lines, the first track/track_0003.dat; their carriers are "
-              "taken as not moving\n");
-    testing::internal::GetCapturedStdout();
+              "taken as not moving\n"
+              "WARNING: 2 track file(s) hold fewer data rows than ntime = 900, the first track/track_0001.dat with 67; "
+              "their last row stands for the missing time points, so the mobility comes out too small. Likely cause: "
+              "tsimu or tsnap in the input file is not that of the simulation\n"
+              "WARNING: track/track_0001.dat line 2 holds time 1 where the time grid expects 0 x tsnap = 0; the "
+              "analysis takes the times from the file, but tsnap in the input file is likely not that of the "
+              "simulation\n");
+    EXPECT_EQ(fast.warnings.size(), 4u);
     ASSERT_TRUE(analysisoracle::straight_read(straight));
     EXPECT_EQ(std::memcmp(fast.track_time.data(), straight.track_time.data(), 900 * sizeof(double)), 0);
     for (const auto table : {&Mobutils::track_x, &Mobutils::track_y, &Mobutils::track_z, &Mobutils::track_r2})
