@@ -79,8 +79,10 @@ public:
     // ------------------------------------------------ track reading (readin_track_data, tests)
     // Reads trajectory j's rows from an open track file with a buffer `block`.
     TrackFileReport read_track(std::FILE* f, std::vector<char>& block, int j);
+    // Ends the run on a file that could not be opened or read, and warns once for
+    // each kind of doubtful content.
+    void report_track_files(const std::vector<TrackFileReport>& report);
 
 private:
     void read_temperature_override();
-    void report_track_files(const std::vector<TrackFileReport>& report);
 };

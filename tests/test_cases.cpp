@@ -2,6 +2,8 @@
 //   args     the command-line arguments, one per line (optional)
 //   base     another case whose in/ is laid down first (optional)
 //   remove   paths deleted after the inputs are laid down (optional)
+//   disk     "free N": the run happens on a small tmpfs filled up to N free bytes
+//            (mounting needs root; elsewhere the case is skipped with a message)
 //   in/      the input files
 //   out/     stdout, stderr and status of the run (an absent file: empty, or 0), and
 //            files: every file the run writes, each after a "==> name <==" line
@@ -9,8 +11,12 @@
 // columns are exact. UPDATE_CASES=1 rewrites every out/ from what the runs did.
 #include <gtest/gtest.h>
 
+#include <sys/mount.h>
+#include <sys/statvfs.h>
+
 #include <cstdlib>
 #include <map>
+#include <optional>
 #include <set>
 
 #include "test_support.h"
@@ -49,6 +55,33 @@ void lay_inputs(const fs::path& c, const fs::path& dir)
     for (const std::string& r : read_lines(c / "remove")) fs::remove_all(dir / r);
 }
 
+// A tmpfs mounted on an empty directory for the life of the object.
+class SmallDisk {
+public:
+    explicit SmallDisk(const fs::path& at) : at_(at)
+    {
+        fs::create_directories(at_);
+        mounted_ = mount("tmpfs", at_.c_str(), "tmpfs", 0, "size=4m") == 0;
+    }
+    ~SmallDisk()
+    {
+        if (mounted_) umount2(at_.c_str(), MNT_DETACH);
+    }
+    bool mounted() const { return mounted_; }
+    // Fills the disk with one file until `left` bytes are free.
+    void fill_up_to(const fs::path& filler, unsigned long left) const
+    {
+        struct statvfs st {};
+        statvfs(at_.c_str(), &st);
+        const unsigned long free = st.f_bavail * st.f_frsize;
+        std::ofstream(filler, std::ios::binary) << std::string(free > left ? free - left : 0, '\0');
+    }
+
+private:
+    fs::path at_;
+    bool mounted_ = false;
+};
+
 class Cases : public testing::TestWithParam<std::string> {};
 
 }  // namespace
@@ -57,9 +90,18 @@ TEST_P(Cases, RunAsRecorded)
 {
     const fs::path c = kCases / GetParam();
     const ScratchDir dir;
-    lay_inputs(c, dir.path());
+    fs::path work = dir.path();
+    std::optional<SmallDisk> disk;
+    if (const std::vector<std::string> d = read_lines(c / "disk"); !d.empty()) {
+        work = dir.path() / "disk";
+        disk.emplace(work);
+        if (!disk->mounted()) GTEST_SKIP() << "cannot mount a tmpfs here (root only): " << GetParam() << " not run";
+        fs::current_path(work);
+    }
+    lay_inputs(c, work);
+    if (disk) disk->fill_up_to(work / "filler", std::stoul(read_lines(c / "disk")[0].substr(5)));
     std::map<fs::path, std::string> inputs;
-    for (const fs::path& f : files_under(dir.path())) inputs[f] = read_file(dir.path() / f);
+    for (const fs::path& f : files_under(work)) inputs[f] = read_file(work / f);
 
     RandomSeeds seeds;
     seeds.ran2 = 12345;
@@ -70,11 +112,12 @@ TEST_P(Cases, RunAsRecorded)
     expect_recorded(c / "out/status", std::to_string(r.status) + "\n", "0\n");
     // Every file the run wrote or changed, one after the other under its name.
     std::string written;
-    for (const fs::path& f : files_under(dir.path())) {
-        const std::string text = read_file(dir.path() / f);
+    for (const fs::path& f : files_under(work)) {
+        const std::string text = read_file(work / f);
         if (!inputs.count(f) || inputs[f] != text) written += "==> " + f.string() + " <==\n" + text;
     }
     expect_recorded(c / "out/files", written);
+    fs::current_path(dir.path());  // off the disk before it goes
 }
 
 INSTANTIATE_TEST_SUITE_P(Workdirs, Cases, testing::ValuesIn(case_names()),
