@@ -84,6 +84,7 @@ void KeltaInp::set_varables_default()
     maxt = 10000.0;
     sta = 1;
     nsimu = 2000;
+    seed = 1;
     tstep = 1.0;
     iterlimit = 100;
     nevery_out = 10;
@@ -264,6 +265,7 @@ void KeltaInp::set_keyword(const std::string& key, const std::string& v, const c
              for (const double f : k.app_elec_F)
                  if (f != 0.0) k.app_elec_F_on = true;  // never cleared by a later zero field
          }},
+        {"seed", nullptr, [](KeltaInp& k, const std::string& v) { k.seed = k.integer(v); }},
     };
     for (const Keyword& kw : table) {
         if (iequals(key, kw.name) || (kw.alias && iequals(key, kw.alias))) {

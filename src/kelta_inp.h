@@ -30,6 +30,7 @@ public:
     double lat_cutoff = 0;
     int output_level = 0;  // bit 2: angle scans, bit 4: averaged-track files
     std::string ratetype, kelta_dat_file;
+    int seed = 0;  // the hopping simulation's random numbers: the same seed, the same tracks
     bool input_read = false;
 
     // ------------------------------------------------ suite settings the mobility run only stores

@@ -47,7 +47,7 @@ std::string dump(const KeltaInp& k)
     FIELD(start_temp); FIELD(end_temp); FIELD(delta_temp); FIELD(chargetype); FIELD(evc_type);
     FIELD(vec_a); FIELD(vec_b); FIELD(vec_c); FIELD(lat_cutoff); FIELD(scell_n); FIELD(super_cell);
     FIELD(bond_dis_scale); FIELD(temp); FIELD(maxt); FIELD(ratetype); FIELD(sta); FIELD(delta_angle);
-    FIELD(tsimu); FIELD(tsnap); FIELD(tstep); FIELD(nsimu); FIELD(iterlimit); FIELD(nevery_out);
+    FIELD(tsimu); FIELD(tsnap); FIELD(seed); FIELD(tstep); FIELD(nsimu); FIELD(iterlimit); FIELD(nevery_out);
     FIELD(RE_unique_mol); FIELD(HL_unique_mol); FIELD(homo_adjustment); FIELD(lumo_adjustment);
     FIELD(mol_input_mode); FIELD(mol_count); FIELD(mol_names); FIELD(lat_site_energy);
     FIELD(output_level); FIELD(kelta_dat_file); FIELD(output_eigval); FIELD(get_compute_engine());

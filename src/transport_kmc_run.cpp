@@ -1,0 +1,89 @@
+// The simulation's run over trajectories: parallel, reproducible, with every
+// track file checked and renamed into place only when complete.
+#include <omp.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+
+#include "transport_kmc.h"
+
+namespace kmc {
+
+namespace {
+
+const char* const kModule = "transport";
+constexpr int kLineTrackWrite = 2110;
+const char* const kTrackFailed = "Failed to write output file %s: %s\n";
+constexpr double kProgressSeconds = 0.2;
+constexpr int kBarWidth = 40;
+
+class ProgressBar {
+public:
+    ProgressBar(bool shown, long total) : shown_(shown), total_(total), last_(std::chrono::steady_clock::now()) {}
+    // Called by one thread only.
+    void show(long done, bool last = false)
+    {
+        const auto now = std::chrono::steady_clock::now();
+        if (!shown_ || (!last && std::chrono::duration<double>(now - last_).count() < kProgressSeconds)) return;
+        last_ = now;
+        const int filled = total_ > 0 ? static_cast<int>(kBarWidth * done / total_) : kBarWidth;
+        std::fprintf(stderr, "\r  trajectories %ld / %ld [%s%s]%s", done, total_, std::string(filled, '#').c_str(),
+                     std::string(kBarWidth - filled, '.').c_str(), last ? "\n" : "");
+        std::fflush(stderr);
+    }
+
+private:
+    bool shown_;
+    long total_;
+    std::chrono::steady_clock::time_point last_;
+};
+
+}  // namespace
+
+SimulationResult simulate(const Walk& walk, const Simulation& s)
+{
+    SimulationResult r;
+    r.final_x.assign(static_cast<size_t>(s.count), Vec3{});
+    std::vector<std::string> failure(static_cast<size_t>(s.count));  // why a file could not be written
+    std::atomic<long> done{0};
+    std::atomic<bool> out_of_memory{false};
+    ProgressBar bar(s.progress, s.count);
+    long long hops = 0;
+    const auto start = std::chrono::steady_clock::now();
+#pragma omp parallel reduction(+ : hops)
+    {
+#pragma omp single
+        r.threads = omp_get_num_threads();
+#pragma omp for schedule(dynamic, 1)
+        for (long j = 0; j < s.count; ++j) {
+            try {  // nothing may leave the parallel region
+                const long number = s.first + j;
+                Random rng(s.seed, static_cast<std::uint64_t>(number));
+                TrackWriter out(track_file_name(s.dir, number), s.time_label);
+                if (out.open())
+                    hops += walk.run(rng, s.rows, s.tsnap, [&](long k, const Vec3& x, long long n) {
+                        out.row(static_cast<double>(k) * s.tsnap, x, n);
+                        if (k == s.rows - 1) r.final_x[j] = x;
+                    });
+                failure[j] = out.open() ? out.finish() : out.open_reason();
+            } catch (const std::bad_alloc&) {
+                out_of_memory.store(true, std::memory_order_relaxed);
+            }
+            const long now = done.fetch_add(1, std::memory_order_relaxed) + 1;
+            if (omp_get_thread_num() == 0) bar.show(now);
+        }
+    }
+    bar.show(s.count, true);
+    r.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    r.hops = hops;
+    if (out_of_memory.load()) throw std::bad_alloc();
+    for (long j = 0; j < s.count; ++j)
+        if (!failure[j].empty())
+            fatal(kModule, kLineTrackWrite, -1, "",
+                  strprintf(kTrackFailed, track_file_name(s.dir, s.first + j).c_str(), failure[j].c_str()));
+    return r;
+}
+
+}  // namespace kmc
