@@ -139,7 +139,8 @@ std::string rates_table(const Transport& t, const network::Couplings& c, const s
     return s;
 }
 
-// Eigenvalues, largest first, and their unit axes (columns).
+// Eigenvalues, largest first, and their unit axes (columns), each turned so
+// that its largest component is positive.
 void principal(const Mat3& m, Vec3& value, Mat3& axes)
 {
     Eigen::Matrix3d a;
@@ -148,14 +149,25 @@ void principal(const Mat3& m, Vec3& value, Mat3& axes)
     const Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d> eig(a);
     for (int c = 0; c < 3; ++c) {
         value[c] = eig.eigenvalues()(2 - c);
-        for (int r = 0; r < 3; ++r) axes[r][c] = eig.eigenvectors()(r, 2 - c);
+        Eigen::Vector3d v = eig.eigenvectors().col(2 - c);
+        Eigen::Index big = 0;
+        v.cwiseAbs().maxCoeff(&big);
+        if (v(big) < 0) v = -v;
+        for (int r = 0; r < 3; ++r) axes[r][c] = v(r) == 0.0 ? 0.0 : v(r);  // no -0
     }
 }
 
+// Entries below this fraction of the largest are rounding and shown as 0.
+constexpr double kRounding = 1e-12;
+
+// The tensor times f, with entries at rounding level set to 0.
 Mat3 scaled(Mat3 m, double f)
 {
+    double largest = 0;
+    for (const Vec3& row : m)
+        for (const double v : row) largest = std::max(largest, std::fabs(v));
     for (Vec3& row : m)
-        for (double& v : row) v *= f;
+        for (double& v : row) v = std::fabs(v) < kRounding * largest ? 0.0 : v * f;
     return m;
 }
 
@@ -188,7 +200,7 @@ std::string exact_report(const Transport& t, const network::Exact& e, const std:
     s += "# stationary occupation of the cell's molecules\npi";
     for (const double p : e.pi) s += strprintf(" %.6f", p);
     s += "\n# diffusion tensor D, Angstrom^2 per time unit, Cartesian rows x, y, z\n";
-    for (const Vec3& row : e.D) s += strprintf("%14.6e %14.6e %14.6e\n", row[0], row[1], row[2]);
+    for (const Vec3& row : scaled(e.D, 1.0)) s += strprintf("%14.6e %14.6e %14.6e\n", row[0], row[1], row[2]);
     s += "# mobility tensor M = e D / (kB T), cm^2/(V s): the mobility along a unit direction u is u^T M u\n";
     for (const Vec3& row : mu) s += strprintf("%14.6e %14.6e %14.6e\n", row[0], row[1], row[2]);
     s += "# principal mobilities, largest first, each with its unit axis x, y, z\n";
@@ -240,6 +252,34 @@ void write_drift(const Transport& t, const network::Exact& e, const kmc::Simulat
                 d.exact, kDriftFile);
 }
 
+void write_text(const char* name, int line, const std::string& text)
+{
+    OutputFile f(name, "transport", line);
+    f.write(text);
+    f.commit();
+}
+
+// The slice and the time grid of the run.
+kmc::Simulation plan(const Transport& t, const Options& o)
+{
+    kmc::Simulation s;
+    s.seed = static_cast<std::uint64_t>(static_cast<std::uint32_t>(t.seed));
+    s.first = o.first > 0 ? o.first : 1;
+    s.count = o.count >= 0 ? o.count : t.nsimu - s.first + 1;
+    if (s.first < 1 || s.count < 0 || s.first + s.count - 1 > t.nsimu)
+        fatal("transport", kLineSlice, 1,
+              strprintf("the slice -first %ld -count %ld lies outside the nsimu = %d trajectories\n", s.first, s.count,
+                        t.nsimu));
+    if (!(t.tsnap > 0.0 && t.tsimu >= 0.0 && t.tsimu / t.tsnap < 1e9))
+        fatal("transport", kLineSlice, 1,
+              strprintf("tsimu = %g and tsnap = %g give no usable number of snapshots\n", t.tsimu, t.tsnap));
+    s.rows = kmc::track_rows(t.tsimu, t.tsnap);
+    s.tsnap = t.tsnap;
+    s.time_label = o.label;
+    s.progress = isatty(STDERR_FILENO);
+    return s;
+}
+
 void run(const Options& o, const std::string& prog)
 {
     std::printf("*** kelta_kmc: hopping simulation\n");
@@ -269,18 +309,14 @@ void run(const Options& o, const std::string& prog)
         std::fputs(table.c_str(), stdout);
         return;
     }
-    {
-        OutputFile f(kRatesFile, "transport", kLineRatesFile);
-        f.write(table);
-        f.commit();
-    }
     const network::Exact e = network::solve_exact(t.mol_count, hops);
     const std::string report = exact_report(t, e, hops);
-    {
-        OutputFile f(kExactFile, "transport", kLineExactFile);
-        f.write(report);
-        f.commit();
-    }
+    const kmc::Simulation s = plan(t, o);
+    // Nothing is written unless every file fits: the side files (the drift file
+    // is smaller than the report) and the tracks.
+    kmc::check_room(".", s.count, s.rows, 2.0 * static_cast<double>(report.size()) + static_cast<double>(table.size()));
+    write_text(kRatesFile, kLineRatesFile, table);
+    write_text(kExactFile, kLineExactFile, report);
     std::printf("  rates in %s; the exact long-time answer of the network (%s):\n", kRatesFile, kExactFile);
     for (size_t at = 0; at < report.size();) {
         const size_t end = report.find('\n', at);
@@ -288,30 +324,13 @@ void run(const Options& o, const std::string& prog)
         if (line.rfind("principal_", 0) == 0 || line.rfind("drift_mobility", 0) == 0) std::printf("    %s\n", line.c_str());
         at = end + 1;
     }
-
-    kmc::Simulation s;
-    s.seed = static_cast<std::uint64_t>(static_cast<std::uint32_t>(t.seed));
-    s.first = o.first > 0 ? o.first : 1;
-    s.count = o.count >= 0 ? o.count : t.nsimu - s.first + 1;
-    if (s.first < 1 || s.count < 0 || s.first + s.count - 1 > t.nsimu)
-        fatal("transport", kLineSlice, 1,
-              strprintf("the slice -first %ld -count %ld lies outside the nsimu = %d trajectories\n", s.first, s.count,
-                        t.nsimu));
-    if (!(t.tsnap > 0.0 && t.tsimu >= 0.0 && t.tsimu / t.tsnap < 1e9))
-        fatal("transport", kLineSlice, 1,
-              strprintf("tsimu = %g and tsnap = %g give no usable number of snapshots\n", t.tsimu, t.tsnap));
-    s.rows = kmc::track_rows(t.tsimu, t.tsnap);
-    s.tsnap = t.tsnap;
-    s.time_label = o.label;
-    s.progress = isatty(STDERR_FILENO);
     create_directory("track");
-    kmc::check_room("track", s.count, s.rows);
     std::printf("  %ld trajectories (%ld to %ld) of %g %s, a snapshot every %g %s, seed %d: track/\n", s.count, s.first,
                 s.first + s.count - 1, t.tsimu, o.label.c_str(), t.tsnap, o.label.c_str(), t.seed);
     std::fflush(stdout);
     const kmc::Walk walk(t, hops, e.pi);
     const kmc::SimulationResult r = kmc::simulate(walk, s);
-    std::printf("  %lld hops in %.3g s on %d thread(s)\n", r.hops, r.seconds, r.threads);
+    std::printf("  %lld hops\n", r.hops);
     if (t.get_appE_flag() && s.count > 1) write_drift(t, e, r, static_cast<double>(s.rows - 1) * t.tsnap);
     std::printf("*** Successfully done.\n");
 }

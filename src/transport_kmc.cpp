@@ -46,13 +46,13 @@ long track_rows(double tsimu, double tsnap)
 }
 
 // Each file takes whole blocks of the disk.
-void check_room(const std::string& dir, long files, long rows)
+void check_room(const std::string& dir, long files, long rows, double other_bytes)
 {
     struct statvfs st {};
     if (statvfs(dir.c_str(), &st) != 0) return;  // the writes will tell
     const double block = st.f_frsize > 0 ? static_cast<double>(st.f_frsize) : 4096.0;
     const double per_file = std::ceil((kHeaderBytes + kRowBytes * static_cast<double>(rows)) / block) * block;
-    const double need = per_file * static_cast<double>(files), have = static_cast<double>(st.f_bavail) * block;
+    const double need = per_file * static_cast<double>(files) + std::ceil(other_bytes / block) * block, have = static_cast<double>(st.f_bavail) * block;
     const bool inodes = st.f_files == 0 || static_cast<double>(st.f_favail) >= static_cast<double>(files);
     if (need > have || !inodes)
         fatal(kModule, kLineRoom, 1,

@@ -32,9 +32,9 @@ private:
 std::string track_file_name(const std::string& dir, long number);
 // Rows of a track: the all-zero start and one per snapshot up to tsimu.
 long track_rows(double tsimu, double tsnap);
-// Ends the run (status 1) when `files` track files of `rows` rows would not fit
-// on the disk that holds `dir`.
-void check_room(const std::string& dir, long files, long rows);
+// Ends the run (status 1) when `files` track files of `rows` rows and
+// `other_bytes` of other files would not fit on the disk that holds `dir`.
+void check_room(const std::string& dir, long files, long rows, double other_bytes = 0);
 
 // ------------------------------------------------ random numbers
 // Each trajectory has its own generator, seeded from the run's seed and the

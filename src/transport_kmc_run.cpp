@@ -23,15 +23,22 @@ class ProgressBar {
 public:
     ProgressBar(bool shown, long total) : shown_(shown), total_(total), last_(std::chrono::steady_clock::now()) {}
     // Called by one thread only.
-    void show(long done, bool last = false)
+    void show(long done)
     {
         const auto now = std::chrono::steady_clock::now();
-        if (!shown_ || (!last && std::chrono::duration<double>(now - last_).count() < kProgressSeconds)) return;
+        if (!shown_ || std::chrono::duration<double>(now - last_).count() < kProgressSeconds) return;
         last_ = now;
         const int filled = total_ > 0 ? static_cast<int>(kBarWidth * done / total_) : kBarWidth;
-        std::fprintf(stderr, "\r  trajectories %ld / %ld [%s%s]%s", done, total_, std::string(filled, '#').c_str(),
-                     std::string(kBarWidth - filled, '.').c_str(), last ? "\n" : "");
+        std::fprintf(stderr, "\r  trajectories %ld / %ld [%s%s]", done, total_, std::string(filled, '#').c_str(),
+                     std::string(kBarWidth - filled, '.').c_str());
         std::fflush(stderr);
+    }
+    // The closing line: the speed of the run.
+    void finish(long long hops, double seconds, int threads) const
+    {
+        if (!shown_) return;
+        std::fprintf(stderr, "\r  trajectories %ld / %ld: %lld hops in %.3g s on %d thread(s), %.3g hops per second%*s\n",
+                     total_, total_, hops, seconds, threads, static_cast<double>(hops) / seconds, 10, "");
     }
 
 private:
@@ -75,9 +82,9 @@ SimulationResult simulate(const Walk& walk, const Simulation& s)
             if (omp_get_thread_num() == 0) bar.show(now);
         }
     }
-    bar.show(s.count, true);
     r.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     r.hops = hops;
+    bar.finish(r.hops, r.seconds, r.threads);
     if (out_of_memory.load()) throw std::bad_alloc();
     for (long j = 0; j < s.count; ++j)
         if (!failure[j].empty())

@@ -180,7 +180,7 @@ Couplings read_couplings(const std::string& file, const Pairs& pairs, int molecu
 {
     std::ifstream in;
     if (is_regular_file(file)) in.open(file);
-    if (!in) fatal(kModule, kLineOpen, -1, strprintf(kNoCouplings, file.c_str()), "Failed to open input file " + file + "\n");
+    if (!in.is_open()) fatal(kModule, kLineOpen, -1, strprintf(kNoCouplings, file.c_str()), "Failed to open input file " + file + "\n");
     const double na = std::numeric_limits<double>::quiet_NaN();
     Couplings c;
     c.file = file;

@@ -1,4 +1,5 @@
 // Whole runs on the working directories kept under tests/data/cases. A case holds
+//   program  kelta_kmc for a run of the hopping simulation (optional; kelta_mob)
 //   args     the command-line arguments, one per line (optional)
 //   base     another case whose in/ is laid down first (optional)
 //   remove   paths deleted after the inputs are laid down (optional)
@@ -106,7 +107,9 @@ TEST_P(Cases, RunAsRecorded)
     RandomSeeds seeds;
     seeds.ran2 = 12345;
     seeds.scan = {1, 2};
-    const Outcome r = run_in_process(read_lines(c / "args"), seeds);
+    const std::vector<std::string> program = read_lines(c / "program");
+    const Outcome r = !program.empty() && program[0] == "kelta_kmc" ? run_kmc(read_lines(c / "args"))
+                                                                    : run_in_process(read_lines(c / "args"), seeds);
     expect_recorded(c / "out/stdout", r.out);
     expect_recorded(c / "out/stderr", r.err);
     expect_recorded(c / "out/status", std::to_string(r.status) + "\n", "0\n");

@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "main_kmc.h"
 #include "main_mob.h"
 
 namespace testsupport {
@@ -123,23 +124,36 @@ inline Outcome capture(const std::function<void()>& call)
     return o;
 }
 
-// Runs the entry function in-process with the given arguments and seeds, on two
+// Runs an entry function in-process with the given arguments on `threads`
 // threads; the printed output is in out and err.
-inline Outcome run_in_process(std::vector<std::string> args, const RandomSeeds& seeds)
+inline Outcome run_entry(const std::string& program, std::vector<std::string> args,
+                         const std::function<int(int, char**)>& entry, int threads = 2)
 {
-    args.insert(args.begin(), "kelta_mob");
+    args.insert(args.begin(), program);
     std::vector<char*> argv;
     for (std::string& a : args) argv.push_back(a.data());
-    const int threads = omp_get_max_threads();
-    omp_set_num_threads(2);
+    const int before = omp_get_max_threads();
+    omp_set_num_threads(threads);
     Outcome r;
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    r.status = kelta_mob_main(static_cast<int>(argv.size()), argv.data(), seeds);
+    r.status = entry(static_cast<int>(argv.size()), argv.data());
     r.out = testing::internal::GetCapturedStdout();
     r.err = testing::internal::GetCapturedStderr();
-    omp_set_num_threads(threads);
+    omp_set_num_threads(before);
     return r;
+}
+
+// kelta_mob in-process with the given seeds, on two threads.
+inline Outcome run_in_process(std::vector<std::string> args, const RandomSeeds& seeds)
+{
+    return run_entry("kelta_mob", std::move(args), [&seeds](int argc, char** argv) { return kelta_mob_main(argc, argv, seeds); });
+}
+
+// kelta_kmc in-process.
+inline Outcome run_kmc(std::vector<std::string> args, int threads = 2)
+{
+    return run_entry("kelta_kmc", std::move(args), kelta_kmc_main, threads);
 }
 
 }  // namespace testsupport
