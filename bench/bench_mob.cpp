@@ -23,49 +23,15 @@
 
 #include "../tests/test_analysis_oracle.h"
 #include "../tests/test_scan_oracle.h"
+#include "bench_support.h"
 #include "track_gen.h"
 
 namespace fs = std::filesystem;
+using namespace benchsupport;
 
 namespace {
 
 const fs::path kData = fs::path(KELTA_BENCH_DATA);
-
-// Standard output goes to /dev/null while one of these lives.
-class QuietStdout {
-public:
-    QuietStdout() : saved_(dup(1))
-    {
-        std::fflush(stdout);
-        const int null = open("/dev/null", O_WRONLY);
-        dup2(null, 1);
-        close(null);
-    }
-    ~QuietStdout()
-    {
-        std::fflush(stdout);
-        dup2(saved_, 1);
-        close(saved_);
-    }
-    QuietStdout(const QuietStdout&) = delete;
-    QuietStdout& operator=(const QuietStdout&) = delete;
-
-private:
-    int saved_;
-};
-
-// Median seconds of `runs` calls.
-double median_time(int runs, const std::function<void()>& f)
-{
-    std::vector<double> t;
-    for (int i = 0; i < runs; ++i) {
-        const auto start = std::chrono::steady_clock::now();
-        f();
-        t.push_back(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-    }
-    std::sort(t.begin(), t.end());
-    return t[t.size() / 2];
-}
 
 // A working directory of nsimu trajectories of npoints time points on the
 // naphthalene-like lattice of the demo; written once, then reused.
@@ -97,37 +63,6 @@ double megabytes_of_tracks(const fs::path& dir)
     double bytes = 0;
     for (const fs::directory_entry& e : fs::directory_iterator(dir / "track")) bytes += static_cast<double>(e.file_size());
     return bytes / 1e6;
-}
-
-struct RunFigures {
-    double wall = 0, peak_mb = 0;
-};
-
-// The built tool in `dir`, run `runs` times as its own process: median wall
-// time and the largest resident size, from the kernel's accounting.
-RunFigures whole_runs(const fs::path& dir, int runs)
-{
-    std::vector<double> walls;
-    RunFigures r;
-    for (int i = 0; i < runs; ++i) {
-        std::fflush(stdout);  // or the child's own stdout would repeat what is buffered
-        const auto start = std::chrono::steady_clock::now();
-        const pid_t pid = fork();
-        if (pid == 0) {
-            if (chdir(dir.c_str()) != 0 || !std::freopen("/dev/null", "w", stdout)) _exit(127);
-            execl(KELTA_MOB_EXE, "kelta_mob", static_cast<char*>(nullptr));
-            _exit(127);
-        }
-        int status = 0;
-        rusage use{};
-        wait4(pid, &status, 0, &use);
-        walls.push_back(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-        r.peak_mb = std::max(r.peak_mb, static_cast<double>(use.ru_maxrss) / 1024.0);
-        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) std::printf("  run in %s failed\n", dir.c_str());
-    }
-    std::sort(walls.begin(), walls.end());
-    r.wall = walls[walls.size() / 2];
-    return r;
 }
 
 // A loaded analysis object for the directory; the working directory moves there.
@@ -221,7 +156,7 @@ int main(int argc, char** argv)
     std::printf("  ratio: %.0fx\n", scans_literal / scans_fast);
 
     fs::current_path(home);
-    const RunFigures run_small = whole_runs(small, 7);
+    const RunFigures run_small = whole_runs(KELTA_MOB_EXE, small, 7);
     const double straight_total = read_straight + avg_straight + scans_literal;
     std::printf("\nwhole default run, 2,000 x 200, step 10, all analyses (the built kelta_mob, median of 7):\n");
     std::printf("  wall %.3f s, peak memory %.0f MB (track tables %.0f MB)\n", run_small.wall, run_small.peak_mb,
@@ -230,7 +165,7 @@ int main(int argc, char** argv)
                 straight_total / run_small.wall);
     if (!quick) {
         const fs::path large = working_dir(20000, 500);
-        const RunFigures run_large = whole_runs(large, 3);
+        const RunFigures run_large = whole_runs(KELTA_MOB_EXE, large, 3);
         const double tables = 4.0 * 8 * 20000 * 500 / 1048576.0;
         std::printf("\nwhole run, 20,000 x 500, all analyses (median of 3):\n");
         std::printf("  wall %.3f s, peak memory %.0f MB = %.2f x the %.0f MB of track tables\n", run_large.wall,

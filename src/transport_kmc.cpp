@@ -120,15 +120,16 @@ Walk::Walk(const Transport& t, const std::vector<network::Hop>& hops, const std:
 {
     const size_t n = static_cast<size_t>(t.mol_count);
     for (size_t m = 0; m < n; ++m) centre_.push_back(vec3_at(t.mol_com, m));
-    std::vector<std::vector<double>> rates(n);
-    step_.resize(n);
-    for (const network::Hop& h : hops) {
-        rates[h.from].push_back(h.rate);
-        step_[h.from].push_back({h.to, h.cell});
-    }
+    std::vector<std::vector<const network::Hop*>> from(n);
+    for (const network::Hop& h : hops) from[h.from].push_back(&h);
     for (size_t m = 0; m < n; ++m) {
-        inverse_total_.push_back(1.0 / std::accumulate(rates[m].begin(), rates[m].end(), 0.0));
-        choose_.emplace_back(rates[m]);
+        std::vector<double> rates;
+        for (const network::Hop* h : from[m]) rates.push_back(h->rate);
+        const AliasTable table(rates);
+        site_.push_back({static_cast<int>(entry_.size()), static_cast<int>(rates.size()),
+                         1.0 / std::accumulate(rates.begin(), rates.end(), 0.0)});
+        for (size_t k = 0; k < rates.size(); ++k)
+            entry_.push_back({table.threshold()[k], table.alias()[k], from[m][k]->to, from[m][k]->cell});
     }
 }
 

@@ -63,6 +63,8 @@ public:
     }
     // The probability of each entry as the table gives it (for checks).
     std::vector<double> probabilities() const;
+    const std::vector<double>& threshold() const { return threshold_; }
+    const std::vector<int>& alias() const { return alias_; }
 
 private:
     std::vector<double> threshold_;  // [entries] keep entry k when the fraction is below this
@@ -70,7 +72,8 @@ private:
 };
 
 // The network laid out for the walk: per molecule its total rate and an alias
-// table over its hops.
+// table over its hops, all molecules' tables in one array so that a hop reads
+// two neighbouring entries at most.
 class Walk {
 public:
     Walk(const Transport& t, const std::vector<network::Hop>& hops, const std::vector<double>& pi);
@@ -80,22 +83,35 @@ public:
     template <class Row>
     long long run(Random& rng, long rows, double tsnap, Row&& row) const;
 
-    int molecules() const { return static_cast<int>(inverse_total_.size()); }
+    int molecules() const { return static_cast<int>(site_.size()); }
 
 private:
     using Cell3 = std::array<int, 3>;
-    struct Step {
-        int to;      // molecule of the cell
-        Cell3 cell;  // translation, in cell vectors
+    // One hop of a molecule, with its entry of the molecule's alias table.
+    struct Entry {
+        double threshold;  // keep this hop when the draw's fraction is below
+        int alias;         // the molecule's hop taken otherwise
+        int to;            // molecule of the cell
+        Cell3 cell;        // translation, in cell vectors
     };
+    struct Site {
+        int first, count;      // its entries
+        double inverse_total;  // 1 / total rate
+    };
+    const Entry& choose(const Site& s, double u) const
+    {
+        const double x = u * static_cast<double>(s.count);
+        const int k = std::min(static_cast<int>(x), s.count - 1);
+        const Entry& e = entry_[static_cast<size_t>(s.first + k)];
+        return x - static_cast<double>(k) < e.threshold ? e : entry_[static_cast<size_t>(s.first + e.alias)];
+    }
     Vec3 position(int site, const Cell3& cell, int start) const;
 
     Mat3 latt_;
-    std::vector<Vec3> centre_;         // [molecules] Cartesian, Angstrom
-    std::vector<double> inverse_total_;  // [molecules] 1 / total rate
-    std::vector<AliasTable> choose_;   // [molecules] over the molecule's hops
-    std::vector<std::vector<Step>> step_;  // [molecules][hops]
-    AliasTable start_;                 // over the stationary distribution
+    std::vector<Vec3> centre_;  // [molecules] Cartesian, Angstrom
+    std::vector<Site> site_;    // [molecules]
+    std::vector<Entry> entry_;  // [hops] molecule by molecule
+    AliasTable start_;          // over the stationary distribution
 };
 
 // Rejection-free: the waiting time at a molecule is exponential with its total
@@ -110,15 +126,16 @@ long long Walk::run(Random& rng, long rows, double tsnap, Row&& row) const
     long long hops = 0;
     double t = 0.0, next = 0.0;
     for (long k = 0; k < rows;) {
-        t += -std::log(1.0 - rng.uniform()) * inverse_total_[site];
+        const Site& here = site_[static_cast<size_t>(site)];
+        t += -std::log(1.0 - rng.uniform()) * here.inverse_total;
         while (next <= t) {
             row(k, position(site, cell, start), hops);
             if (++k == rows) return hops;
             next = static_cast<double>(k) * tsnap;
         }
-        const Step& s = step_[site][choose_[site].pick(rng.uniform())];
-        site = s.to;
-        for (int d = 0; d < 3; ++d) cell[d] += s.cell[d];
+        const Entry& e = choose(here, rng.uniform());
+        site = e.to;
+        for (int d = 0; d < 3; ++d) cell[d] += e.cell[d];
         ++hops;
     }
     return hops;

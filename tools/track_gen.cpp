@@ -1,5 +1,8 @@
 #include "track_gen.h"
 
+#include "transport_kmc.h"
+
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -9,8 +12,6 @@ namespace track_gen {
 
 namespace {
 
-const char* const kHeader = "#      t,ns         x,angs         y,angs         z,angs         r2,A^2     istep\n";
-const char* const kRow = "%14.6e %14.6e %14.6e %14.6e %14.6e  %ld\n";
 
 [[noreturn]] void bad_line(const std::string& path, int line, const std::string& text)
 {
@@ -88,37 +89,41 @@ Mat3 diffusion_tensor(const Settings& s)
 void write_tracks(const Settings& s, const std::string& dir)
 {
     std::filesystem::create_directories(dir + "/track");
-    const long rows = static_cast<long>(s.tsimu / s.tsnap + 0.5) + 1;
+    const long rows = kmc::track_rows(s.tsimu, s.tsnap);
+    kmc::check_room(dir + "/track", s.nsimu, rows);
     std::vector<Vec3> r;
     for (const Hop& h : s.hops) r.push_back(displacement(s, h));
-    bool failed = false;
+    std::vector<std::string> failure(static_cast<size_t>(std::max(s.nsimu, 0)));  // why a file is not complete
+    std::atomic<bool> out_of_memory{false};
 #pragma omp parallel for schedule(dynamic, 4)
     for (int j = 0; j < s.nsimu; ++j) {
-        std::seed_seq seq{static_cast<std::uint32_t>(s.seed), static_cast<std::uint32_t>(s.seed >> 32),
-                          static_cast<std::uint32_t>(j)};
-        std::mt19937_64 gen(seq);
-        std::vector<std::poisson_distribution<long>> count;
-        for (const Hop& h : s.hops) count.emplace_back(h.rate * s.tsnap);
-        const File f = open_file(strprintf("%s/track/track_%04d.dat", dir.c_str(), j + 1), "w");
-        if (!f) {
-            failed = true;
-            continue;
-        }
-        std::fputs(kHeader, f.get());
-        Vec3 x{};
-        long steps = 0;
-        for (long t = 0; t < rows; ++t) {
-            if (t > 0)
-                for (size_t k = 0; k < r.size(); ++k) {
-                    const long forward = count[k](gen), backward = count[k](gen);
-                    steps += forward + backward;
-                    for (int i = 0; i < 3; ++i) x[i] += static_cast<double>(forward - backward) * r[k][i];
-                }
-            std::fprintf(f.get(), kRow, static_cast<double>(t) * s.tsnap, x[0], x[1], x[2],
-                         x[0] * x[0] + x[1] * x[1] + x[2] * x[2], steps);
+        try {  // nothing may leave the parallel region
+            std::seed_seq seq{static_cast<std::uint32_t>(s.seed), static_cast<std::uint32_t>(s.seed >> 32),
+                              static_cast<std::uint32_t>(j)};
+            std::mt19937_64 gen(seq);
+            std::vector<std::poisson_distribution<long>> count;
+            for (const Hop& h : s.hops) count.emplace_back(h.rate * s.tsnap);
+            kmc::TrackWriter out(kmc::track_file_name(dir, j + 1), "ns");
+            Vec3 x{};
+            long long steps = 0;
+            for (long t = 0; t < rows && out.open(); ++t) {
+                if (t > 0)
+                    for (size_t k = 0; k < r.size(); ++k) {
+                        const long forward = count[k](gen), backward = count[k](gen);
+                        steps += forward + backward;
+                        for (int i = 0; i < 3; ++i) x[i] += static_cast<double>(forward - backward) * r[k][i];
+                    }
+                out.row(static_cast<double>(t) * s.tsnap, x, steps);
+            }
+            failure[j] = out.open() ? out.finish() : out.open_reason();
+        } catch (const std::bad_alloc&) {
+            out_of_memory.store(true, std::memory_order_relaxed);
         }
     }
-    if (failed) fatal_plain(1, "", "kelta_tracks: cannot write the track files in " + dir + "/track\n");
+    if (out_of_memory.load()) throw std::bad_alloc();
+    for (int j = 0; j < s.nsimu; ++j)
+        if (!failure[j].empty())
+            fatal_plain(1, "", "kelta_tracks: cannot write " + kmc::track_file_name(dir, j + 1) + ": " + failure[j] + "\n");
 }
 
 }  // namespace track_gen

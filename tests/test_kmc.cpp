@@ -1,0 +1,235 @@
+// The hopping simulation's parts against independent numbers: rates against the
+// worked values of the physics notes, alias tables against their weights, the
+// exact network answer against closed forms, pair classes against the crystal's
+// symmetry, and the tracks against themselves over threads and slices.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <regex>
+
+#include "test_support.h"
+#include "test_kmc_oracle.h"
+#include "transport_kmc.h"
+
+using namespace testsupport;
+namespace fs = std::filesystem;
+
+namespace {
+
+network::Hop hop(int from, int to, const Vec3& r, double rate)
+{
+    network::Hop h;
+    h.from = from;
+    h.to = to;
+    h.r = r;
+    h.rate = rate;
+    return h;
+}
+
+// Every hop and its reverse at the same rate.
+void both_ways(std::vector<network::Hop>& hops, int from, int to, const Vec3& r, double rate)
+{
+    hops.push_back(hop(from, to, r, rate));
+    hops.push_back(hop(to, from, {-r[0], -r[1], -r[2]}, rate));
+}
+
+const fs::path kKmcCase = fs::path(KELTA_TEST_DATA) / "cases/kmc_base/in";
+
+}  // namespace
+
+// Reference values: the worked numbers of the hopping-physics notes, computed
+// there independently of this code (V = 40 meV, lambda = 180 meV, T = 300 K).
+TEST(KmcRates, MarcusAndOneModeAgainstWorkedNumbers)
+{
+    EXPECT_NEAR(network::marcus_rate(0.040, 0.180, 0.0, 300) / 1.107845e13, 1.0, 1e-6);
+    EXPECT_NEAR(network::marcus_rate(0.040, 0.180, -0.050, 300) / 2.547592e13, 1.0, 1e-6);
+    EXPECT_NEAR(network::marcus_rate(0.015, 0.180, 0.0, 300) / 1.557908e12, 1.0, 1e-6);
+    EXPECT_NEAR(network::mlj_rate(0.040, 0.050, 0.0, 300, 0.180, 1.0) / 2.718549e13, 1.0, 1e-6);
+    // Without the mode (S = 0) the sum is its first term: the Marcus rate.
+    EXPECT_DOUBLE_EQ(network::mlj_rate(0.040, 0.180, -0.02, 300, 0.180, 0.0), network::marcus_rate(0.040, 0.180, -0.02, 300));
+    // A large Huang-Rhys factor neither overflows nor stops early: the weights
+    // e^-S S^n / n! sum to 1, so a flat Gaussian (huge lambda T) gives the prefactor.
+    const double flat = network::mlj_rate(0.040, 1e3, -1e3, 1e9, 1e-9, 700.0);
+    EXPECT_NEAR(flat / network::marcus_rate(0.040, 1e3, -1e3, 1e9), 1.0, 1e-9);
+    // Marcus rates keep detailed balance: forward and backward differ by exp(-dG / kT).
+    // (The frozen mode of the one-mode rates only gives energy away, so they do not.)
+    const double kt = network::kBoltzmann * 300;
+    EXPECT_NEAR(network::marcus_rate(0.03, 0.1, -0.03, 300) / network::marcus_rate(0.03, 0.1, 0.03, 300),
+                std::exp(0.03 / kt), 1e-12 * std::exp(0.03 / kt));
+}
+
+TEST(KmcAlias, TablesGiveTheirWeights)
+{
+    for (const std::vector<double>& w : std::vector<std::vector<double>>{
+             {1.0}, {1, 1, 1}, {3, 1}, {0, 2, 0, 5, 1e-9, 7.25}, {1e4, 1.5e3, 1.5e3, 12, 12, 0.3, 0.3}}) {
+        const kmc::AliasTable t(w);
+        const std::vector<double> p = t.probabilities();
+        double sum = 0;
+        for (const double x : w) sum += x;
+        for (size_t k = 0; k < w.size(); ++k) EXPECT_NEAR(p[k], w[k] / sum, 1e-15) << k;
+        // A weight of 0 is never picked, whatever the draw.
+        for (double u = 0; u < 1; u += 1.0 / 4096)
+            EXPECT_GT(w[static_cast<size_t>(t.pick(u))], 0.0) << u;
+        EXPECT_LT(t.pick(std::nextafter(1.0, 0.0)), static_cast<int>(w.size()));
+    }
+}
+
+// Closed forms of the physics notes: one molecule per cell, the chain of
+// alternating short and long hops, a layer without hops across it, a drift.
+TEST(KmcExact, ClosedFormsOfTheCellProblem)
+{
+    std::vector<network::Hop> one;
+    both_ways(one, 0, 0, {5, 0, 0}, 2.0);
+    both_ways(one, 0, 0, {1, 4, 0}, 0.5);
+    const network::Exact e1 = network::solve_exact(1, one);
+    EXPECT_DOUBLE_EQ(e1.D[0][0], 2.0 * 25 + 0.5 * 1);  // 1/2 sum over both directions of k r r^T
+    EXPECT_DOUBLE_EQ(e1.D[0][1], 0.5 * 4);
+    EXPECT_DOUBLE_EQ(e1.D[1][1], 0.5 * 16);
+
+    // a = 4 A, molecules at 0 and 1.2 A: D = a^2 k1 k2 / (2 (k1 + k2)) = 10926.7,
+    // the naive formula 14083.5 (A^2/ns).
+    const double a = 4, d = 1.2, k1 = 11078.45, k2 = 1557.908;
+    std::vector<network::Hop> chain;
+    both_ways(chain, 0, 1, {d, 0, 0}, k1);
+    both_ways(chain, 1, 0, {a - d, 0, 0}, k2);
+    const network::Exact e2 = network::solve_exact(2, chain);
+    EXPECT_NEAR(e2.D[0][0], a * a * k1 * k2 / (2 * (k1 + k2)), 1e-9 * e2.D[0][0]);
+    EXPECT_NEAR(e2.D[0][0], 10926.7, 0.05);
+    EXPECT_NEAR(network::naive_diffusion(e2.pi, chain)[0][0], 14083.5, 0.05);
+    EXPECT_NEAR(e2.pi[0], 0.5, 1e-15);
+    EXPECT_NEAR(e2.drift[0], 0.0, 1e-9);
+
+    // A layer: molecules at z = 0 and 0.4 A, hops within the layer and between the
+    // two molecules of a cell, none along c: D_zz = 0, the naive formula not.
+    std::vector<network::Hop> layer;
+    both_ways(layer, 0, 0, {6, 0, 0}, 1.0);
+    both_ways(layer, 1, 1, {6, 0, 0}, 1.0);
+    both_ways(layer, 0, 1, {3, 0, 0.4}, 2.0);
+    both_ways(layer, 0, 1, {-3, 0, 0.4}, 2.0);
+    const network::Exact e3 = network::solve_exact(2, layer);
+    EXPECT_NEAR(e3.D[2][2], 0.0, 1e-12);
+    EXPECT_GT(network::naive_diffusion(e3.pi, layer)[2][2], 0.1);
+
+    // A biased walk with site energies: pi follows the rates, and the drift is
+    // sum pi k r. Molecule 0 goes to 1 at 3 and back at 1 (per time unit), 1 goes
+    // on to the next cell's 0 at 2 and back at 1.
+    std::vector<network::Hop> biased = {hop(0, 1, {1, 0, 0}, 3), hop(1, 0, {-1, 0, 0}, 1), hop(1, 0, {2, 0, 0}, 2),
+                                        hop(0, 1, {-2, 0, 0}, 1)};
+    const network::Exact e4 = network::solve_exact(2, biased);
+    // Flux balance: pi0 (3 + 1) = pi1 (1 + 2), so pi = (3/7, 4/7).
+    EXPECT_NEAR(e4.pi[0], 3.0 / 7, 1e-14);
+    EXPECT_NEAR(e4.drift[0], 3.0 / 7 * (3 * 1 - 1 * 2) + 4.0 / 7 * (-1 * 1 + 2 * 2), 1e-13);
+
+    // Two molecules that no hop joins: refused.
+    std::vector<network::Hop> apart;
+    both_ways(apart, 0, 0, {5, 0, 0}, 1);
+    both_ways(apart, 1, 1, {5, 0, 0}, 1);
+    EXPECT_EQ(capture([&] { network::solve_exact(2, apart); }).status, 1);
+}
+
+// The demo crystal (P2_1/a, two molecules): the classes are those of its
+// herringbone layer, every hop's reverse is in its class, and the inversion
+// centres make every molecule's hops cancel.
+TEST(KmcPairs, ClassesOfTheHerringboneCrystal)
+{
+    const ScratchDir dir;
+    fs::copy(kKmcCase, dir.path(), fs::copy_options::recursive);
+    Transport t;
+    capture([&] {
+        t.read_kelta_inp("kelta.inp", false);
+        t.read_crystal_strcuture_files(false, false);
+        t.build_neighbor_list(false);
+    });
+    const network::Pairs p = network::find_pairs(t);
+    ASSERT_EQ(p.classes.size(), 5u);
+    const std::vector<int> hops_per_class = {8, 4, 8, 4, 4};
+    for (size_t c = 0; c < p.classes.size(); ++c) EXPECT_EQ(p.classes[c].hops, hops_per_class[c]) << c;
+    for (const network::Hop& h : p.hops) {
+        const auto reverse = std::find_if(p.hops.begin(), p.hops.end(), [&h](const network::Hop& r) {
+            return r.from == h.to && r.to == h.from && r.cell[0] == -h.cell[0] && r.cell[1] == -h.cell[1] &&
+                   r.cell[2] == -h.cell[2];
+        });
+        ASSERT_NE(reverse, p.hops.end());
+        EXPECT_EQ(reverse->pair_class, h.pair_class);
+        EXPECT_NEAR(get_magnitude(reverse->r), get_magnitude(h.r), 1e-12);
+    }
+    for (int m = 0; m < 2; ++m) {
+        Vec3 sum{};
+        for (const network::Hop& h : p.hops)
+            if (h.from == m)
+                for (int k = 0; k < 3; ++k) sum[k] += h.r[k];
+        EXPECT_LT(get_magnitude(sum), 1e-12) << m;
+    }
+}
+
+// The same seed writes the same bytes on one thread and on two, and a slice
+// writes exactly the files of the full run it covers.
+TEST(KmcTracks, SameSeedSameBytesOverThreadsAndSlices)
+{
+    const auto tracks = [](const std::vector<std::string>& args, int threads) {
+        const ScratchDir dir;
+        fs::copy(kKmcCase, dir.path(), fs::copy_options::recursive);
+        write_file("kelta.inp", std::regex_replace(read_file("kelta.inp"), std::regex("nsimu    = 3"), "nsimu = 12"));
+        const Outcome o = run_kmc(args, threads);
+        EXPECT_EQ(o.status, 0) << o.out << o.err;
+        std::map<std::string, std::string> files;
+        for (const auto& e : fs::directory_iterator("track")) files[e.path().filename()] = read_file(e.path());
+        return files;
+    };
+    const auto one = tracks({"-timeunit", "PS"}, 1), two = tracks({"-timeunit", "PS"}, 2);
+    ASSERT_EQ(one.size(), 12u);
+    EXPECT_EQ(one, two);
+    const auto slice = tracks({"-timeunit", "PS", "-first", "5", "-count", "4"}, 2);
+    ASSERT_EQ(slice.size(), 4u);
+    for (const auto& [name, text] : slice) EXPECT_EQ(text, one.at(name)) << name;
+    EXPECT_TRUE(slice.count("track_0005.dat") && slice.count("track_0008.dat"));
+}
+
+// The fast walk (alias tables, kept totals) against the straightforward one
+// (rates summed, hop searched linearly, position summed hop by hop) on the
+// chain of the notes: the same laws, so the same mean hop count (exactly
+// (k1 + k2) t in expectation) and the same mean squared displacement, within
+// their statistical errors.
+TEST(KmcWalk, FastAndStraightforwardWalksAgree)
+{
+    Transport t;
+    t.mol_count = 2;
+    t.latt = {{{4, 0, 0}, {0, 20, 0}, {0, 0, 20}}};
+    t.mol_com = {0, 0, 0, 1.2, 0, 0};
+    const double k1 = 11.07845, k2 = 1.557908;  // per ps
+    std::vector<network::Hop> chain = {hop(0, 1, {1.2, 0, 0}, k1), hop(1, 0, {-1.2, 0, 0}, k1),
+                                       hop(1, 0, {2.8, 0, 0}, k2), hop(0, 1, {-2.8, 0, 0}, k2)};
+    chain[2].cell = {1, 0, 0};
+    chain[3].cell = {-1, 0, 0};
+    const std::vector<double> pi = {0.5, 0.5};
+    const kmc::Walk fast(t, chain, pi);
+    const kmcoracle::StraightWalk straight(t, chain, pi);
+    constexpr int kRuns = 4000;
+    constexpr long kRows = 11;
+    constexpr double kSnap = 2.0;  // 20 ps
+    const auto stats = [&](const auto& walk) {
+        std::array<double, 4> s{};  // sum of hops, of hops^2, of x^2, of x^4 at the end
+        for (int j = 0; j < kRuns; ++j) {
+            kmc::Random rng(99, static_cast<std::uint64_t>(j));
+            double x2 = 0;
+            const double n = static_cast<double>(walk.run(rng, kRows, kSnap, [&](long, const Vec3& x, long long) { x2 = x[0] * x[0]; }));
+            s = {s[0] + n, s[1] + n * n, s[2] + x2, s[3] + x2 * x2};
+        }
+        return s;
+    };
+    const std::array<double, 4> a = stats(fast), b = stats(straight);
+    const auto mean_se = [](double sum, double sum2) {
+        const double m = sum / kRuns;
+        return std::pair{m, std::sqrt((sum2 / kRuns - m * m) / (kRuns - 1))};
+    };
+    const auto [hops_a, se_a] = mean_se(a[0], a[1]);
+    const auto [hops_b, se_b] = mean_se(b[0], b[1]);
+    const double expected = (k1 + k2) * 20.0;
+    EXPECT_LT(std::fabs(hops_a - expected), 4 * se_a) << hops_a << " " << expected;
+    EXPECT_LT(std::fabs(hops_b - expected), 4 * se_b) << hops_b << " " << expected;
+    const auto [msd_a, msd_se_a] = mean_se(a[2], a[3]);
+    const auto [msd_b, msd_se_b] = mean_se(b[2], b[3]);
+    EXPECT_LT(std::fabs(msd_a - msd_b), 4 * std::hypot(msd_se_a, msd_se_b)) << msd_a << " " << msd_b;
+    // 2 D t with the chain's D = a^2 k1 k2 / (2 (k1 + k2)), up to the offset within the cell.
+    EXPECT_NEAR(msd_a / (2 * 16 * k1 * k2 / (2 * (k1 + k2)) * 20.0), 1.0, 0.1);
+}

@@ -1,0 +1,192 @@
+// The whole chain "structure + couplings -> kelta_kmc -> track files ->
+// kelta_mob -tensor" against the exact answer of the network: a lattice with
+// one molecule per cell, a chain whose corrector is not zero, the demo crystal,
+// and the Einstein relation under a weak field. Every run is seeded, so each
+// check is deterministic; the deviations are printed in standard errors.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <regex>
+#include <sstream>
+
+#include "test_support.h"
+#include "transport_network.h"
+
+using namespace testsupport;
+namespace fs = std::filesystem;
+
+namespace {
+
+// A one-atom MOL file: a molecule at a point.
+std::string point_molecule(const Vec3& x)
+{
+    return strprintf("point\n  test\n\n  1  0  0  0  0  0  0  0  0  0999 V2000\n%10.4f%10.4f%10.4f C   0  0  0  0  0  0  0  0  0  0  0  0\nM  END\n",
+                     x[0], x[1], x[2]);
+}
+
+// The words of the first line of `file` that begins with `key`, after the key.
+std::vector<double> numbers_after(const std::string& file, const std::string& key, int occurrence = 1)
+{
+    for (const std::string& line : read_lines(file)) {
+        if (line.rfind(key + " ", 0) != 0 || --occurrence > 0) continue;
+        std::istringstream in(line.substr(key.size()));
+        std::vector<double> v;
+        for (double x; in >> x;) v.push_back(x);
+        return v;
+    }
+    ADD_FAILURE() << "no line " << key << " in " << file;
+    return {};
+}
+
+// Fills the template that kelta_kmc -pairs wrote: lambda and one V per class.
+void fill_couplings(const std::string& file, double lambda, const std::vector<std::string>& V, const std::string& extra = "")
+{
+    std::string text = std::regex_replace(read_file(file), std::regex("lambda_meV = NA"), "lambda_meV = " + std::to_string(lambda));
+    size_t at = 0;
+    for (const std::string& v : V) {
+        at = text.find("     NA\n", at);
+        ASSERT_NE(at, std::string::npos);
+        text.replace(at, 7, "     " + v);
+    }
+    write_file(file, text + extra);
+}
+
+struct Measured {
+    double value, se;
+};
+
+// kelta_kmc, then kelta_mob -tensor, in the current directory.
+void simulate_and_analyse(const std::vector<std::string>& timeunit)
+{
+    std::vector<std::string> args = timeunit;
+    const Outcome kmc = run_kmc(args);
+    ASSERT_EQ(kmc.status, 0) << kmc.out << kmc.err;
+    args.push_back("-tensor");
+    RandomSeeds seeds;
+    seeds.ran2 = 5;
+    seeds.scan = {11, 12};
+    const Outcome mob = run_in_process(args, seeds);
+    ASSERT_EQ(mob.status, 0) << mob.out << mob.err;
+}
+
+// Principal mobility k (from 1) measured by kelta_mob and its bootstrap standard
+// error, and the exact one of kmc_exact.dat.
+Measured measured_principal(int k)
+{
+    const std::vector<double> v = numbers_after("mob_tensor.dat", "principal_" + std::to_string(k), 2);
+    return {v.at(0), v.at(1)};
+}
+double exact_principal(int k) { return numbers_after("kmc_exact.dat", "principal_" + std::to_string(k)).at(0); }
+
+void expect_within_3_se(const std::string& what, double measured, double se, double exact)
+{
+    const double z = se > 0 ? (measured - exact) / se : (measured == exact ? 0.0 : INFINITY);
+    std::printf("  %-40s measured %.5g +- %.2g, exact %.5g: %+.2f standard errors\n", what.c_str(), measured, se, exact, z);
+    EXPECT_LE(std::fabs(z), 3.0) << what;
+}
+
+std::string kelta_inp(const std::string& structure, int nsimu, double tsimu, double tsnap, double cutoff,
+                      const std::string& extra = "")
+{
+    return strprintf("&transport\n  %s\n  ratetype = marcus\n  nsimu = %d\n  tsimu = %g\n  tsnap = %g\n"
+                     "  lat_cutoff = %g\n  output_level = 0\n  seed = 2026\n%s/\n",
+                     structure.c_str(), nsimu, tsimu, tsnap, cutoff, extra.c_str());
+}
+
+// One point molecule in an orthorhombic cell of 5, 6 and 7 A: hops along a, b
+// and c only (the diagonals lie beyond the cut-off).
+void point_lattice(const std::string& field = "")
+{
+    write_file("m.mol", point_molecule({0, 0, 0}));
+    write_file("charge.inp", "h\n");
+    write_file("kelta.inp", kelta_inp("molecule = 1 m.mol\n  vector_a = 5 0 0\n  vector_b = 0 6 0\n  vector_c = 0 0 7",
+                                      2000, 50, 0.5, 7.5, field));
+    ASSERT_EQ(run_kmc({"-pairs"}).status, 0);
+    fill_couplings("kelta-marcus.dat", 180, {"40", "30", "20"});
+}
+
+}  // namespace
+
+// (a) One molecule per cell: D = 1/2 sum k r r^T over every hop, here k_a a^2,
+// k_b b^2, k_c c^2 on the diagonal; the rates are the Marcus rates of the notes'
+// formula, computed here from V alone.
+TEST(KmcValidation, OneMoleculePerCell)
+{
+    const ScratchDir dir;
+    point_lattice();
+    simulate_and_analyse({"-timeunit", "PS"});
+    const double f = network::mobility_factor(300, 1e-12);
+    const std::vector<double> expected = {f * network::marcus_rate(0.040, 0.180, 0, 300) * 1e-12 * 25,
+                                          f * network::marcus_rate(0.030, 0.180, 0, 300) * 1e-12 * 36,
+                                          f * network::marcus_rate(0.020, 0.180, 0, 300) * 1e-12 * 49};
+    for (int k = 1; k <= 3; ++k) {
+        EXPECT_NEAR(exact_principal(k), expected[k - 1], 1e-6 * expected[k - 1]) << k;
+        const Measured m = measured_principal(k);
+        expect_within_3_se("one molecule per cell, principal " + std::to_string(k), m.value, m.se, expected[k - 1]);
+    }
+}
+
+// (b) The chain of the notes: cell a = 4 A, molecules at 0 and 1.2 A, short hops
+// at V = 40 meV and long ones at 15 meV. The exact D_xx = a^2 k1 k2 / (2 (k1 +
+// k2)) = 10926.7 A^2/ns; the naive formula's 14083.5 is far outside the error.
+TEST(KmcValidation, ChainWithACorrector)
+{
+    const ScratchDir dir;
+    write_file("m1.mol", point_molecule({0, 0, 0}));
+    write_file("m2.mol", point_molecule({1.2, 0, 0}));
+    write_file("charge.inp", "e\n");
+    write_file("kelta.inp", kelta_inp("molecule = 2 m1.mol m2.mol\n  vector_a = 4 0 0\n  vector_b = 0 20 0\n  vector_c = 0 0 20",
+                                      2000, 0.2, 0.002, 3.0));
+    ASSERT_EQ(run_kmc({"-pairs"}).status, 0);
+    fill_couplings("kelta-marcus.dat", 180, {"40", "15"});
+    simulate_and_analyse({});
+    const double f = network::mobility_factor(300, 1e-9);
+    const double exact = f * 10926.7, naive = f * 14083.5;
+    EXPECT_NEAR(exact_principal(1), exact, 1e-4 * exact);
+    EXPECT_NEAR(numbers_after("kmc_exact.dat", "naive_1").at(0), naive, 1e-4 * naive);
+    const Measured m = measured_principal(1);
+    expect_within_3_se("chain, D_xx as a mobility", m.value, m.se, exact);
+    std::printf("  %-40s %.1f standard errors from the measurement\n", "the naive formula lies", (naive - m.value) / m.se);
+    EXPECT_GT((naive - m.value) / m.se, 6.0);
+    for (int k = 2; k <= 3; ++k) EXPECT_EQ(measured_principal(k).value, 0.0);  // nothing moves across the chain
+}
+
+// (c) The demo crystal with the demo's couplings: every principal mobility
+// kelta_mob measures is within 3 standard errors of the exact one.
+TEST(KmcValidation, DemoCrystal)
+{
+    const ScratchDir dir;
+    fs::copy(fs::path(KELTA_TEST_DATA) / "cases/kmc_base/in", dir.path(), fs::copy_options::recursive);
+    write_file("kelta.inp", kelta_inp("crystal = naphthalene_like.cif", 2000, 100, 1, 4.0));
+    simulate_and_analyse({"-timeunit", "PS"});
+    for (int k = 1; k <= 3; ++k) {
+        const Measured m = measured_principal(k);
+        expect_within_3_se("demo crystal, principal " + std::to_string(k), m.value, m.se, exact_principal(k));
+    }
+}
+
+// (d) The Einstein relation: under a field F along a with e F a = 2.5 meV, a tenth
+// of kB T, the drift mobility v.F/|F|^2 equals the zero-field diffusion mobility
+// along F, measured and exact.
+TEST(KmcValidation, EinsteinRelationAtLowField)
+{
+    const ScratchDir dir;
+    point_lattice();
+    simulate_and_analyse({"-timeunit", "PS"});
+    const std::vector<double> axes = numbers_after("mob_tensor.dat", "principal_1");  // value, then the axis
+    ASSERT_NEAR(std::fabs(axes.at(1)), 1.0, 1e-2);  // the largest is along a = x
+    const Measured diffusion = measured_principal(1);
+    const double exact_diffusion = exact_principal(1);
+
+    write_file("kelta.inp", std::regex_replace(read_file("kelta.inp"), std::regex("  seed = 2026\n"),
+                                               "  seed = 2027\n  app_elec_F = 5e6 0 0\n"));
+    fs::remove_all("track");
+    const Outcome o = run_kmc({"-timeunit", "PS"});
+    ASSERT_EQ(o.status, 0) << o.out << o.err;
+    const std::vector<double> drift = numbers_after("kmc_drift.dat", "drift_mobility");  // measured, se, exact
+    EXPECT_NEAR(drift.at(2), exact_diffusion, 1e-3 * exact_diffusion);  // linear response of the network itself
+    expect_within_3_se("drift mobility vs exact drift", drift.at(0), drift.at(1), drift.at(2));
+    expect_within_3_se("drift mobility vs exact diffusion", drift.at(0), drift.at(1), exact_diffusion);
+    const double se = std::hypot(drift.at(1), diffusion.se);
+    expect_within_3_se("drift vs measured diffusion mobility", drift.at(0), se, diffusion.value);
+}
