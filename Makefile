@@ -2,12 +2,19 @@
 BUILD ?= build
 JOBS ?= 2
 
-.PHONY: all configure test test-asan fuzz demo bench clean
+PREFIX ?= /usr/local
+
+.PHONY: all configure test test-asan fuzz demo bench install clean
 
 all: configure
 	cmake --build $(BUILD) -j $(JOBS)
 
+# The dependency step first: tools/deps.sh installs the missing Debian packages
+# when run as root and otherwise prints the command that would. Every build
+# needs the required ones; the tests and the demo also use the optional ones.
+WITH_OPTIONAL = $(filter test test-asan demo,$(MAKECMDGOALS))
 configure:
+	@tools/deps.sh $(if $(WITH_OPTIONAL),,--required)
 	@test -f $(BUILD)/CMakeCache.txt || cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release
 
 test: all
@@ -17,6 +24,7 @@ test: all
 # LeakSanitizer, in its own build directory; the first report fails the run.
 ASAN_BUILD ?= build-asan
 test-asan:
+	@tools/deps.sh
 	@test -f $(ASAN_BUILD)/CMakeCache.txt || cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKELTA_SANITIZE=ON
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=halt_on_error=1:detect_leaks=1:abort_on_error=1 \
@@ -45,6 +53,11 @@ demo: all
 bench: all
 	cmake --build $(BUILD) -j $(JOBS) --target kelta_bench_mob
 	$(BUILD)/kelta_bench_mob
+
+# Executables to PREFIX/bin, their manual pages to PREFIX/share/man/man1, the
+# README and the demo script to PREFIX/share/doc/kelta_mob.
+install: all
+	cmake --install $(BUILD) --prefix $(PREFIX)
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD) demo/run

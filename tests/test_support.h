@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -103,6 +104,18 @@ inline Outcome run_tool(const std::filesystem::path& dir, const std::vector<std:
     const int rc = std::system((cmd + " > .stdout 2> .stderr").c_str());
     const Outcome r = {WIFEXITED(rc) ? WEXITSTATUS(rc) : 1000, read_file(dir / ".stdout"), read_file(dir / ".stderr")};
     for (const char* f : {".stdout", ".stderr"}) std::filesystem::remove(dir / f);
+    return r;
+}
+
+// Runs a shell command; what it printed on both streams is in out.
+inline Outcome shell(const std::string& command)
+{
+    Outcome r;
+    FILE* p = popen((command + " 2>&1").c_str(), "r");
+    char buf[4096];
+    for (size_t n; p && (n = std::fread(buf, 1, sizeof buf, p)) > 0;) r.out.append(buf, n);
+    const int rc = p ? pclose(p) : -1;
+    r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : 1000;
     return r;
 }
 

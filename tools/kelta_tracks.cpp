@@ -23,7 +23,7 @@ const char* const kHelp =
     "  --seed N         seed of the random numbers: the same seed, the same files\n"
     "  --temp K         temperature for the printed mobility tensor (default: 300)\n"
     "  --timeunit PS|NS seconds per track time unit for it (default: NS)\n"
-    "  --help           this text\n"
+    "  -h, --help       this text\n"
     "\n"
     "Settings file, one \"key = value\" per line, '#' or '!' starts a comment:\n"
     "  vector_a = x y z   cell vectors in Angstrom (default: the kelta.inp defaults)\n"

@@ -1,0 +1,103 @@
+#!/usr/bin/env bash
+# The Debian packages that building, testing and the demo use, in one list, and
+# the step that installs the missing ones.
+#
+#   tools/deps.sh               everything (make test, make demo)
+#   tools/deps.sh --required    what the build cannot do without (make, make install)
+#   tools/deps.sh --ci [PKG...] everything and PKG..., through sudo when not root;
+#                               a failure to install ends with status 1
+#   tools/deps.sh --list        prints "required NAME" and "optional NAME" lines
+#
+# As root the missing packages are installed (apt-get update, then apt-get
+# install -y); otherwise the one command that installs them is printed and the
+# step goes on. Without the optional packages the demo draws no pictures and
+# the tests that need them skip; nothing fails for their absence. The test
+# Packages.ListMatchesWhatIsUsed keeps this list equal to what is used.
+set -euo pipefail
+
+required=(
+  g++                 # the compiler (C++20) and its OpenMP runtime
+  cmake
+  make
+  libgtest-dev        # the test suite
+  libeigen3-dev       # kelta_kmc's linear algebra
+  nlohmann-json3-dev  # the JSON summary
+)
+optional=(
+  gnuplot-nox         # the demo's pictures; the plot tests
+  python3             # Debian's /usr/bin/python3, which runs the matplotlib scripts
+  python3-numpy       # the matplotlib scripts
+  python3-matplotlib
+  python3-jsonschema  # the test of the JSON summary against its schema
+  groff-base          # the test that renders the manual pages
+)
+
+mode=all
+extra=()
+case "${1:-}" in
+  --list)
+    printf 'required %s\n' "${required[@]}"
+    printf 'optional %s\n' "${optional[@]}"
+    exit 0 ;;
+  --required) mode=required ;;
+  --ci) mode=ci; shift; extra=("$@") ;;
+  "") ;;
+  *) echo "usage: $0 [--required | --ci [PACKAGE...] | --list]" >&2; exit 2 ;;
+esac
+
+wanted=("${required[@]}")
+if [ "$mode" != required ]; then wanted+=("${optional[@]}" "${extra[@]}"); fi
+
+if ! command -v dpkg-query > /dev/null; then
+  echo "deps: not a Debian system; install the equivalents of these Debian packages: ${wanted[*]}"
+  if [ "$mode" = ci ]; then exit 1; fi
+  exit 0
+fi
+
+installed() { dpkg-query -W -f='${db:Status-Status}\n' "$1" 2> /dev/null | grep -qx installed; }
+is_required() { local r; for r in "${required[@]}"; do [ "$r" = "$1" ] && return 0; done; return 1; }
+
+missing=() missing_required=()
+for p in "${wanted[@]}"; do
+  if ! installed "$p"; then
+    missing+=("$p")
+    if is_required "$p"; then missing_required+=("$p"); fi
+  fi
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+sudo=""
+if [ "$(id -u)" != 0 ]; then
+  if [ "$mode" != ci ]; then
+    echo "deps: missing Debian packages: ${missing[*]}"
+    echo "deps: to install them run:  sudo apt-get install -y ${missing[*]}"
+    if [ ${#missing_required[@]} -eq 0 ]; then
+      echo "deps: going on without them: the demo draws no pictures and the tests that use them skip"
+    else
+      echo "deps: going on; the build fails without ${missing_required[*]} unless installed another way"
+    fi
+    exit 0
+  fi
+  sudo=sudo
+fi
+
+# Required packages first, on their own, so that an optional one that cannot be
+# installed does not hold them back.
+export DEBIAN_FRONTEND=noninteractive
+apt_install() { $sudo apt-get install -y -qq --no-install-recommends "$@" > /dev/null; }
+echo "deps: installing ${missing[*]}"
+status=0
+$sudo apt-get update -qq || status=1
+if [ ${#missing_required[@]} -gt 0 ] && ! apt_install "${missing_required[@]}"; then
+  echo "deps: could not install ${missing_required[*]}; the build needs them" >&2
+  status=1
+fi
+rest=()
+for p in "${missing[@]}"; do is_required "$p" || rest+=("$p"); done
+if [ ${#rest[@]} -gt 0 ] && ! apt_install "${rest[@]}"; then
+  echo "deps: could not install ${rest[*]}; going on without them" >&2
+  [ "$mode" = ci ] && status=1
+fi
+# Only the CI run stops here; otherwise the build itself says what it lacks.
+if [ "$mode" = ci ]; then exit $status; fi
+exit 0
