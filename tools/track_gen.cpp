@@ -1,5 +1,6 @@
 #include "track_gen.h"
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -91,7 +92,7 @@ void write_tracks(const Settings& s, const std::string& dir)
     const long rows = static_cast<long>(s.tsimu / s.tsnap + 0.5) + 1;
     std::vector<Vec3> r;
     for (const Hop& h : s.hops) r.push_back(displacement(s, h));
-    bool failed = false;
+    std::atomic<bool> failed{false};  // set by any thread that cannot create its file
 #pragma omp parallel for schedule(dynamic, 4)
     for (int j = 0; j < s.nsimu; ++j) {
         std::seed_seq seq{static_cast<std::uint32_t>(s.seed), static_cast<std::uint32_t>(s.seed >> 32),
@@ -101,7 +102,7 @@ void write_tracks(const Settings& s, const std::string& dir)
         for (const Hop& h : s.hops) count.emplace_back(h.rate * s.tsnap);
         const File f = open_file(strprintf("%s/track/track_%04d.dat", dir.c_str(), j + 1), "w");
         if (!f) {
-            failed = true;
+            failed.store(true, std::memory_order_relaxed);
             continue;
         }
         std::fputs(kHeader, f.get());
@@ -118,7 +119,7 @@ void write_tracks(const Settings& s, const std::string& dir)
                          x[0] * x[0] + x[1] * x[1] + x[2] * x[2], steps);
         }
     }
-    if (failed) fatal_plain(1, "", "kelta_tracks: cannot write the track files in " + dir + "/track\n");
+    if (failed.load()) fatal_plain(1, "", "kelta_tracks: cannot write the track files in " + dir + "/track\n");
 }
 
 }  // namespace track_gen
