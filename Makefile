@@ -2,7 +2,8 @@
 BUILD ?= build
 JOBS ?= 2
 # Extra CMake options for every build directory, for example
-# CMAKE_OPTIONS=-DKELTA_WERROR=ON (as CI does); given, they reconfigure it.
+# CMAKE_OPTIONS=-DKELTA_WERROR=ON (as CI does); when given, each build directory
+# is configured again with them.
 CMAKE_OPTIONS ?=
 # True when the build directory $(1) is configured and no options are given.
 configured = test -f $(1)/CMakeCache.txt && test -z "$(CMAKE_OPTIONS)"
