@@ -38,7 +38,7 @@ TEST(Process, HelpNamesTheToolWithoutItsPath)
 // Track tables of 0.8 GB under a 0.4 GB address-space limit: a message, and -1 reaches the shell as 255.
 TEST(Process, TablesBeyondTheAddressSpace)
 {
-    if (std::getenv("ASAN_OPTIONS")) GTEST_SKIP() << "the sanitizers reserve more than the limit";
+    if (std::getenv("ASAN_OPTIONS") || std::getenv("TSAN_OPTIONS")) GTEST_SKIP() << "the sanitizers reserve more than the limit";
     const ScratchDir dir;
     fs::copy(kCase, dir.path(), fs::copy_options::recursive);
     std::string inp = read_file(dir.path() / "kelta.inp");

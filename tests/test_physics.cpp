@@ -158,3 +158,19 @@ TEST(Physics, PrincipalIntervalsCoverTheExactValues)
     std::printf("95%% intervals of the principal mobilities: %d of 60 cover the exact value\n", covered);
     EXPECT_GE(covered, 48);
 }
+
+// Files that cannot be created (a directory stands at each name) end the
+// generator with one message however many threads meet them.
+TEST(TrackGenerator, UnwritableFilesEndTheRun)
+{
+    const ScratchDir dir;
+    track_gen::Settings s = orthorhombic();
+    s.nsimu = 16, s.tsimu = 10, s.tsnap = 5;
+    for (int j = 1; j <= s.nsimu; ++j) std::filesystem::create_directories(strprintf("track/track_%04d.dat", j));
+    const int threads = omp_get_max_threads();
+    omp_set_num_threads(2);
+    const Outcome r = capture([&] { track_gen::write_tracks(s, "."); });
+    omp_set_num_threads(threads);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "kelta_tracks: cannot write ./track/track_0001.dat: Is a directory\n");  // the first, named
+}
