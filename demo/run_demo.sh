@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# The demo: a naphthalene-like crystal, the tracks of a hole hopping between its
-# molecules, every analysis of kelta_mob and, when gnuplot is installed, the
-# pictures of the angle scans.
+# The demo, from a crystal to a mobility: a naphthalene-like crystal, its
+# classes of molecule pairs (kelta_kmc -pairs), couplings filled in from the
+# table below, the hopping simulation of a hole (kelta_kmc), every analysis of
+# kelta_mob and, when gnuplot is installed, the pictures; then the measured
+# principal mobilities beside the exact ones of the network.
 # Usage: demo/run_demo.sh BUILD_DIR OUTPUT_DIR [TRAJECTORIES]
 set -euo pipefail
 build=$(cd "$1" && pwd)
@@ -49,40 +51,44 @@ H4  H -0.02259  0.28612  0.35178
 
 CIF
 
-echo "== 2. the tracks: a hole hopping to the neighbours along a, b, the ab diagonals and c"
-cat > tracks.inp <<EOF
-# rates per ns: fast in the ab plane (the herringbone layer), slow across it along c
-vector_a = 8.098 0 0
-vector_b = 0 5.953 0
-vector_c = -4.888095 0 7.138882
-hop = 1 0 0 3000
-hop = 0 1 0 6000
-hop = 0.5 0.5 0 4000
-hop = 0.5 -0.5 0 4000
-hop = 0 0 1 300
-nsimu = $nsimu
-tsimu = 1000
-tsnap = 5
-seed = 2026
-EOF
-"$build/kelta_tracks" tracks.inp | tee kelta_tracks.log
-
-echo "== 3. kelta_mob -binfo -tensor"
 cat > kelta.inp <<EOF
 &transport
   crystal      = naphthalene_like.cif
+  ratetype     = marcus
   nsimu        = $nsimu
-  tsimu        = 1000.0    ! ns, as the track times
+  tsimu        = 1000.0    ! ps: both programs run with -timeunit PS
   tsnap        = 5.0
   temp         = 300.0
+  seed         = 2026
   output_level = 6         ! 2: the angle scans, 4: the averaged tracks
 /
 EOF
 echo h > charge.inp
-"$build/kelta_mob" -binfo -tensor > kelta_mob.log
+
+echo "== 2. the pairs: kelta_kmc -pairs writes kelta-marcus.dat, one coupling per class"
+"$build/kelta_kmc" -pairs | sed 's/^/  /'
+
+# The couplings of a hole, meV, as quantum chemistry gives them for an acene
+# herringbone layer: lambda of the molecule, and V of each class by the distance
+# of its two centres (column 7 of a class line).
+awk '
+  /^lambda_meV = NA$/ { print "lambda_meV = 180"; next }
+  !/^#/ && NF == 10 && $10 == "NA" {
+    d = $7
+    v = d < 5.5 ? 40 : d < 6.5 ? 35 : d < 8.0 ? 5 : d < 9.0 ? 2 : 0.5
+    sub(/NA$/, v); print; next }
+  { print }' kelta-marcus.dat > couplings.new && mv couplings.new kelta-marcus.dat
+grep -v '^#' kelta-marcus.dat | sed 's/^/  /'
+
+echo "== 3. the hopping simulation: kelta_kmc -timeunit PS"
+"$build/kelta_kmc" -timeunit PS > kelta_kmc.log
+sed 's/^/  /' kelta_kmc.log
+
+echo "== 4. kelta_mob -timeunit PS -binfo -tensor"
+"$build/kelta_mob" -timeunit PS -binfo -tensor > kelta_mob.log
 grep -E '^(\*\*\*|Treating|Reading)' kelta_mob.log
 
-echo "== 4. the pictures"
+echo "== 5. the pictures"
 if command -v gnuplot > /dev/null; then
   for s in mob_plane_xy mob_plane_xz mob_plane_yz mob_direction_all; do
     gnuplot "$s.gnu-png"
@@ -92,13 +98,19 @@ else
   echo "  gnuplot is not installed: run 'gnuplot NAME.gnu-png' (or 'python3 NAME.py') later"
 fi
 
-echo "== 5. what came out, in cm^2/(V s), in $out"
-echo "  the exact mobility tensor of the walk (kelta_tracks) has principal values 1.297, 1.096, 0.058"
+echo "== 6. what came out, in cm^2/(V s), in $out"
 cat mob.dat mob_a.dat mob_b.dat mob_c.dat | sed 's/^/  /'
-grep -E '^(principal|anisotropy|average)' mob_tensor.dat | sed 's/^/  /'
+grep -E '^(anisotropy|average)' mob_tensor.dat | sed 's/^/  /'
+echo "  principal mobilities, measured (kelta_mob -tensor) against exact (kelta_kmc, kmc_exact.dat):"
+for k in 1 2 3; do
+  measured=$(awk -v k="principal_$k" '$1 == k { n++; if (n == 2) print $2, $3 }' mob_tensor.dat)
+  exact=$(awk -v k="principal_$k" '$1 == k { print $2 }' kmc_exact.dat)
+  echo "$measured $exact" | awk -v k="$k" '{ printf "    principal_%d  measured %.4f +- %.4f   exact %.4f   (%+.1f standard errors)\n", k, $1, $2, $3, ($1 - $3) / $2 }'
+done
 cat <<'TXT'
   mob.dat: the mobility averaged over all directions, with half the spread of 100 resamples;
   mob_a/b/c.dat: along the cell vectors; mob_plane_*.dat: angle, mobility, error in the xy, xz
   and yz planes; mob_direction_all.dat: polar angle, azimuth, mobility, error over the sphere;
-  mob_tensor.dat: the tensor behind all of them, its principal values and their statistics.
+  mob_tensor.dat: the tensor behind all of them, its principal values and their statistics;
+  kmc_exact.dat: the exact answer of the hopping network; kmc_rates.dat: every hop and its rate.
 TXT

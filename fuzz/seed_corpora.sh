@@ -7,7 +7,7 @@ shared=${2:-}
 here=$(cd "$(dirname "$0")/.." && pwd)
 data=$here/tests/data
 rm -rf "$out"
-mkdir -p "$out"/{kelta_inp,cif,mol,symmetry,track_line,neighbors}
+mkdir -p "$out"/{kelta_inp,cif,mol,symmetry,track_line,neighbors,couplings}
 n=0
 copy() {  # copy FILE... into the corpus directory $dir, numbering them
   for f in "$@"; do [ -f "$f" ] && cp "$f" "$dir/$((n++))"; done
@@ -16,6 +16,7 @@ copy() {  # copy FILE... into the corpus directory $dir, numbering them
 dir=$out/kelta_inp; copy "$data"/keywords/*.inp "$data"/cases/*/in/kelta.inp
 dir=$out/cif;       copy "$data"/cif/*.cif "$data"/cases/*/in/*.cif
 dir=$out/mol;       copy "$data"/mol/*.mol "$data"/cases/*/in/*.mol
+dir=$out/couplings; copy "$data"/cases/kmc_*/in/kelta-*.dat
 if [ -n "$shared" ] && [ -d "$shared" ]; then
   dir=$out/cif; copy "$shared"/cif/*.cif
   dir=$out/mol; copy "$shared"/mol/*.mol
