@@ -5,7 +5,6 @@
 
 #include <unistd.h>
 
-#include <Eigen/Eigenvalues>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -37,10 +36,6 @@ const char* const kHelp =
     "      %s -first 1001 -count 1000\n"
     "\n";
 
-const char* const kRatesHead =
-    "# hops of the cell's molecules: ratetype %s, T = %g K, lambda = %g meV, couplings from %s\n"
-    "# mol_i mol_j  na nb nc class     V_meV    dG_meV      r_x_A      r_y_A      r_z_A   rate_per_s  rate_per_%s\n";
-const char* const kRatesRow = "%7d%6d%4d%3d%3d%6d%10.3f%10.3f%11.4f%11.4f%11.4f%13.5e%13.5e\n";
 const char* const kRatesFile = "kmc_rates.dat";
 const char* const kExactFile = "kmc_exact.dat";
 const char* const kDriftFile = "kmc_drift.dat";
@@ -114,144 +109,6 @@ Options parse_options(int argc, char** argv, const std::string& prog)
     return o;
 }
 
-// temp.inp replaces the temperature as it does for kelta_mob, so that both
-// programs work at the same temperature.
-void read_temperature(Transport& t)
-{
-    read_first_number("temp.inp", t.temp);
-    if (!(t.temp > 0.0 && std::isfinite(t.temp)))
-        fatal("transport", kLineTemperature, 1,
-              strprintf("temp.inp line 1: temp = %g K, not a finite positive temperature\n", t.temp));
-}
-
-std::string rates_table(const Transport& t, const network::Couplings& c, const std::vector<network::Hop>& hops,
-                        bool quantum, const std::string& label)
-{
-    std::string s = strprintf(kRatesHead, quantum ? "quantum" : "marcus", t.temp, c.lambda_meV, c.file.c_str(), label.c_str());
-    const Vec3 field = t.get_appE_flag() ? network::applied_field(t) : Vec3{};
-    const double q = t.charge == "h" ? 1.0 : -1.0;
-    for (const network::Hop& h : hops) {
-        const double work = q * (field[0] * h.r[0] + field[1] * h.r[1] + field[2] * h.r[2]) * 1e-10;
-        const double dG = c.site_meV[h.to] - c.site_meV[h.from] - work * 1e3;
-        s += strprintf(kRatesRow, h.from + 1, h.to + 1, h.cell[0], h.cell[1], h.cell[2], h.pair_class + 1,
-                       c.V_meV[h.pair_class], dG, h.r[0], h.r[1], h.r[2], h.rate / t.get_track_timeunit(), h.rate);
-    }
-    return s;
-}
-
-// Eigenvalues, largest first, and their unit axes (columns), each turned so
-// that its largest component is positive.
-void principal(const Mat3& m, Vec3& value, Mat3& axes)
-{
-    Eigen::Matrix3d a;
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j) a(i, j) = m[i][j];
-    const Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d> eig(a);
-    for (int c = 0; c < 3; ++c) {
-        value[c] = eig.eigenvalues()(2 - c);
-        Eigen::Vector3d v = eig.eigenvectors().col(2 - c);
-        Eigen::Index big = 0;
-        v.cwiseAbs().maxCoeff(&big);
-        if (v(big) < 0) v = -v;
-        for (int r = 0; r < 3; ++r) axes[r][c] = v(r) == 0.0 ? 0.0 : v(r);  // no -0
-    }
-}
-
-// Entries below this fraction of the largest are rounding and shown as 0.
-constexpr double kRounding = 1e-12;
-
-// The tensor times f, with entries at rounding level set to 0.
-Mat3 scaled(Mat3 m, double f)
-{
-    double largest = 0;
-    for (const Vec3& row : m)
-        for (const double v : row) largest = std::max(largest, std::fabs(v));
-    for (Vec3& row : m)
-        for (double& v : row) v = std::fabs(v) < kRounding * largest ? 0.0 : v * f;
-    return m;
-}
-
-struct DriftLine {
-    Vec3 field{};  // V/m
-    double exact = 0;  // cm^2/(V s)
-};
-
-DriftLine exact_drift(const Transport& t, const network::Exact& e)
-{
-    DriftLine d;
-    d.field = network::applied_field(t);
-    const double f2 = squared_length(d.field);
-    const double to_cm_s = 1e-8 / t.get_track_timeunit();
-    // v in cm/s over F in V/cm.
-    d.exact = (e.drift[0] * d.field[0] + e.drift[1] * d.field[1] + e.drift[2] * d.field[2]) * to_cm_s / (f2 / 100.0);
-    return d;
-}
-
-std::string exact_report(const Transport& t, const network::Exact& e, const std::vector<network::Hop>& hops)
-{
-    const double f = network::mobility_factor(t.temp, t.get_track_timeunit());
-    const Mat3 mu = scaled(e.D, f);
-    Vec3 value, naive_value;
-    Mat3 axes, naive_axes;
-    principal(mu, value, axes);
-    principal(scaled(network::naive_diffusion(e.pi, hops), f), naive_value, naive_axes);
-    std::string s = strprintf("# exact long-time behaviour of the hopping network, T = %g K, time unit %g s\n", t.temp,
-                              t.get_track_timeunit());
-    s += "# stationary occupation of the cell's molecules\npi";
-    for (const double p : e.pi) s += strprintf(" %.6f", p);
-    s += "\n# diffusion tensor D, Angstrom^2 per time unit, Cartesian rows x, y, z\n";
-    for (const Vec3& row : scaled(e.D, 1.0)) s += strprintf("%14.6e %14.6e %14.6e\n", row[0], row[1], row[2]);
-    s += "# mobility tensor M = e D / (kB T), cm^2/(V s): the mobility along a unit direction u is u^T M u\n";
-    for (const Vec3& row : mu) s += strprintf("%14.6e %14.6e %14.6e\n", row[0], row[1], row[2]);
-    s += "# principal mobilities, largest first, each with its unit axis x, y, z\n";
-    for (int c = 0; c < 3; ++c)
-        s += strprintf("principal_%d %14.6e   %9.6f %9.6f %9.6f\n", c + 1, value[c], axes[0][c], axes[1][c], axes[2][c]);
-    s += "# the naive 1/2 sum pi k r r^T, without the corrector of the cell problem, would give\n";
-    for (int c = 0; c < 3; ++c) s += strprintf("naive_%d     %14.6e\n", c + 1, naive_value[c]);
-    if (t.get_appE_flag()) {
-        const DriftLine d = exact_drift(t, e);
-        s += strprintf("# drift under the field F = %g %g %g V/m (Cartesian)\n", d.field[0], d.field[1], d.field[2]);
-        const double to_cm_s = 1e-8 / t.get_track_timeunit();
-        s += strprintf("drift_velocity_cm_s %14.6e %14.6e %14.6e\n", e.drift[0] * to_cm_s, e.drift[1] * to_cm_s,
-                       e.drift[2] * to_cm_s);
-        s += strprintf("drift_mobility %14.6e   (v.F / |F|^2, cm^2/(V s))\n", d.exact);
-    }
-    return s;
-}
-
-// Mean velocity and drift mobility v.F/|F|^2 over the trajectories, with the
-// standard errors of the means.
-void write_drift(const Transport& t, const network::Exact& e, const kmc::SimulationResult& r, double time)
-{
-    const DriftLine d = exact_drift(t, e);
-    const double n = static_cast<double>(r.final_x.size());
-    const double to_cm_s = 1e-8 / t.get_track_timeunit() / time;
-    const double f2 = squared_length(d.field) / 100.0;  // (V/cm) per (V/m), times |F|^2 in V/m
-    Vec3 mean{}, sq{};
-    double mu = 0, mu2 = 0;
-    for (const Vec3& x : r.final_x) {
-        const double m = (x[0] * d.field[0] + x[1] * d.field[1] + x[2] * d.field[2]) * to_cm_s / f2;
-        mu += m;
-        mu2 += m * m;
-        for (int k = 0; k < 3; ++k) {
-            mean[k] += x[k] * to_cm_s;
-            sq[k] += x[k] * to_cm_s * x[k] * to_cm_s;
-        }
-    }
-    const auto se = [n](double sum, double sum2) { return std::sqrt(std::max(sum2 / n - sum * sum / (n * n), 0.0) / (n - 1)); };
-    OutputFile f(kDriftFile, "transport", kLineDriftFile);
-    f.print("# drift of the carrier under the field F = %g %g %g V/m (Cartesian), from %ld trajectories of %g time units\n",
-            d.field[0], d.field[1], d.field[2], static_cast<long>(n), time);
-    f.print("# mean velocity, cm/s, Cartesian x, y, z, then the standard errors of the mean\n");
-    f.print("velocity    %14.6e %14.6e %14.6e\n", mean[0] / n, mean[1] / n, mean[2] / n);
-    f.print("velocity_se %14.6e %14.6e %14.6e\n", se(mean[0], sq[0]), se(mean[1], sq[1]), se(mean[2], sq[2]));
-    f.print("# drift mobility v.F / |F|^2, cm^2/(V s): measured, its standard error, and exact for the network\n");
-    f.print("drift_mobility %14.6e %14.6e %14.6e\n", mu / n, se(mu, mu2), d.exact);
-    f.commit();
-    std::printf("  drift mobility along F: %.4g +- %.2g cm^2/(V s) measured, %.4g exact (%s)\n", mu / n, se(mu, mu2),
-                d.exact, kDriftFile);
-}
-
 void write_text(const char* name, int line, const std::string& text)
 {
     OutputFile f(name, "transport", line);
@@ -300,17 +157,17 @@ void run(const Options& o, const std::string& prog)
         return;
     }
     t.read_charge_inp();
-    read_temperature(t);
+    t.read_temp_inp("transport", kLineTemperature);
     const network::Couplings c = network::read_couplings(t.kelta_dat_file, pairs, t.mol_count, quantum);
     std::vector<network::Hop> hops = pairs.hops;
     network::assign_rates(t, c, hops, quantum);
-    const std::string table = rates_table(t, c, hops, quantum, o.label);
+    const std::string table = network::rates_table(t, c, hops, quantum, o.label);
     if (o.rates) {
         std::fputs(table.c_str(), stdout);
         return;
     }
     const network::Exact e = network::solve_exact(t.mol_count, hops);
-    const std::string report = exact_report(t, e, hops);
+    const std::string report = network::exact_report(t, e, hops);
     const kmc::Simulation s = plan(t, o);
     // Nothing is written unless every file fits: the side files (the drift file
     // is smaller than the report) and the tracks.
@@ -331,7 +188,12 @@ void run(const Options& o, const std::string& prog)
     const kmc::Walk walk(t, hops, e.pi);
     const kmc::SimulationResult r = kmc::simulate(walk, s);
     std::printf("  %lld hops\n", r.hops);
-    if (t.get_appE_flag() && s.count > 1) write_drift(t, e, r, static_cast<double>(s.rows - 1) * t.tsnap);
+    if (t.get_appE_flag() && s.count > 1) {
+        const network::Drift d = network::measured_drift(t, e, r.final_x, static_cast<double>(s.rows - 1) * t.tsnap);
+        write_text(kDriftFile, kLineDriftFile, network::drift_report(d));
+        std::printf("  drift mobility along F: %.4g +- %.2g cm^2/(V s) measured, %.4g exact (%s)\n", d.mobility, d.mobility_se,
+                    d.exact_mobility, kDriftFile);
+    }
     std::printf("*** Successfully done.\n");
 }
 

@@ -38,7 +38,6 @@ const char* const kTablesTooLarge =
     "nsimu = %d trajectories of ntime = %d time points need %.3g GB of track tables, more than the memory "
     "of this machine\n";
 const char* const kReadFailed = "Failed to read input file %s: %s\n";
-const char* const kBadTemperature = "temp.inp line 1: temp = %g K, not a finite positive temperature\n";
 const char* const kNonFinite =
     "%s line %d holds a value that is not a finite number; the mobilities computed from it are not numbers\n";
 const char* const kSquareOverflows =
@@ -356,14 +355,6 @@ TrackFileReport Mobutils::read_track(std::FILE* f, std::vector<char>& block, int
     return r;
 }
 
-// temp.inp replaces temp for every later analysis; a temperature that is not
-// finite and positive ends the run before any file is written.
-void Mobutils::read_temperature_override()
-{
-    read_first_number("temp.inp", temp);
-    if (!(temp > 0.0 && std::isfinite(temp))) fatal(kModule, kLineTemperature, 1, strprintf(kBadTemperature, temp));
-}
-
 void Mobutils::output_mob_data(int mob_all, const RandomSeeds& seeds)
 {
     mob_average(seeds);
@@ -378,7 +369,7 @@ void Mobutils::output_mob_data(int mob_all, const RandomSeeds& seeds)
 void Mobutils::mob_average(const RandomSeeds& seeds)
 {
     std::cout << "Treating mob_average..." << "\n";
-    read_temperature_override();
+    read_temp_inp(kModule, kLineTemperature);
     if (flag_binfo) std::cout << "  temp  = " << temp << "\n";
     const int n = std::max(nsimu, 0);
     std::vector<double> mean(static_cast<size_t>(ntime), 0.0);
@@ -402,7 +393,7 @@ void Mobutils::mob_average(const RandomSeeds& seeds)
 void Mobutils::mob_direction_a_b_c(const RandomSeeds& seeds)
 {
     std::cout << "Treating mob_direction..." << "\n";
-    read_temperature_override();
+    read_temp_inp(kModule, kLineTemperature);
     if (flag_binfo) std::cout << "  temp = " << temp << "\n";
     const int n = std::max(nsimu, 0);
     const double f1 = 1e-16 / ((0.0001724 * temp) * get_track_timeunit());

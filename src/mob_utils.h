@@ -82,7 +82,4 @@ public:
     // Ends the run on a file that could not be opened or read, and warns once for
     // each kind of doubtful content.
     void report_track_files(const std::vector<TrackFileReport>& report);
-
-private:
-    void read_temperature_override();
 };

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <numeric>
 #include <span>
@@ -56,6 +57,13 @@ void Transport::read_charge_inp()
     if (!std::fgets(line, sizeof line, f.get())) std::snprintf(line, sizeof line, "%s", name);
     c_trim(line);
     charge = std::string(1, line[0]);
+}
+
+void Transport::read_temp_inp(const char* module, int line)
+{
+    read_first_number("temp.inp", temp);
+    if (!(temp > 0.0 && std::isfinite(temp)))
+        fatal(module, line, 1, strprintf("temp.inp line 1: temp = %g K, not a finite positive temperature\n", temp));
 }
 
 bool Transport::found_molecule_within_rcut(int i, int j, const Vec3& cell, double rcut_sq,

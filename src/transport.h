@@ -22,6 +22,10 @@ public:
 
     void calc_homo();
     void read_charge_inp();
+    // temp.inp replaces temp when it opens and its first line is a number (for
+    // every later analysis and for the simulation alike); a temperature that is
+    // not finite and positive ends the run (module, line) before any file is written.
+    void read_temp_inp(const char* module, int line);
     void build_neighbor_list(bool verbose);
     bool found_molecule_within_rcut(int i, int j, const Vec3& cell, double rcut_sq,
                                     double* out_rsq) const;

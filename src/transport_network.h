@@ -22,6 +22,7 @@ struct Hop {
     Vec3 r{};              // centre of `to` (shifted) minus centre of `from`, Angstrom
     double d_min = 0;      // closest atoms of the two molecules, Angstrom
     int pair_class = 0;    // from 0
+    double dG = 0;         // free energy change, eV; set by assign_rates
     double rate = 0;       // per track time unit; set by assign_rates
 };
 
@@ -108,5 +109,26 @@ Mat3 naive_diffusion(const std::vector<double>& pi, const std::vector<Hop>& hops
 // Diffusion (Angstrom^2 per time unit) to mobility (cm^2/(V s)), as kelta_mob
 // converts a mean-square-displacement slope 2 D.
 double mobility_factor(double temp, double timeunit);
+
+// ------------------------------------------------ reports
+// The rates table of -rates and kmc_rates.dat; `label` names the time unit.
+std::string rates_table(const Transport& t, const Couplings& c, const std::vector<Hop>& hops, bool quantum,
+                        const std::string& label);
+// kmc_exact.dat: pi, D, the mobility tensor, its principal values and axes, the
+// naive formula's, and with a field the exact drift.
+std::string exact_report(const Transport& t, const Exact& e, const std::vector<Hop>& hops);
+
+// The drift the trajectories show under the field.
+struct Drift {
+    Vec3 field{};                          // V/m, Cartesian
+    long trajectories = 0;
+    double time = 0;                       // of the last snapshot, time units
+    Vec3 velocity{}, velocity_se{};        // cm/s, and the standard errors of the means
+    double mobility = 0, mobility_se = 0;  // v.F / |F|^2, cm^2/(V s)
+    double exact_mobility = 0;             // the network's
+};
+Drift measured_drift(const Transport& t, const Exact& e, const std::vector<Vec3>& final_x, double time);
+// kmc_drift.dat.
+std::string drift_report(const Drift& d);
 
 }  // namespace network

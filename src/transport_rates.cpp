@@ -81,7 +81,8 @@ void assign_rates(const Transport& t, const Couplings& c, std::vector<Hop>& hops
         const double V = c.V_meV[h.pair_class] * 1e-3;
         // q e F.r in eV: the field in V/m times the hop in m.
         const double work = q * (field[0] * h.r[0] + field[1] * h.r[1] + field[2] * h.r[2]) * 1e-10;
-        const double dG = (c.site_meV[h.to] - c.site_meV[h.from]) * 1e-3 - work;
+        h.dG = (c.site_meV[h.to] - c.site_meV[h.from]) * 1e-3 - work;
+        const double dG = h.dG;
         const double per_second = quantum ? mlj_rate(V, lambda, dG, t.temp, c.hw_meV * 1e-3, c.huang_rhys)
                                           : marcus_rate(V, lambda, dG, t.temp);
         h.rate = per_second * t.get_track_timeunit();
