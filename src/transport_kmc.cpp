@@ -19,7 +19,7 @@ const char* const kNoRoom =
 // Widest row: five numbers of 14 characters and their blanks, a hop count of
 // up to 19 digits, the line end.
 constexpr double kRowBytes = 5 * 15 + 1 + 19 + 1;
-constexpr double kHeaderBytes = 84;
+constexpr double kHeaderBytes = 82;  // the header line
 
 }  // namespace
 

@@ -12,9 +12,6 @@
 // columns are exact. UPDATE_CASES=1 rewrites every out/ from what the runs did.
 #include <gtest/gtest.h>
 
-#include <sys/mount.h>
-#include <sys/statvfs.h>
-
 #include <cstdlib>
 #include <map>
 #include <optional>
@@ -56,33 +53,6 @@ void lay_inputs(const fs::path& c, const fs::path& dir)
     for (const std::string& r : read_lines(c / "remove")) fs::remove_all(dir / r);
 }
 
-// A tmpfs mounted on an empty directory for the life of the object.
-class SmallDisk {
-public:
-    explicit SmallDisk(const fs::path& at) : at_(at)
-    {
-        fs::create_directories(at_);
-        mounted_ = mount("tmpfs", at_.c_str(), "tmpfs", 0, "size=4m") == 0;
-    }
-    ~SmallDisk()
-    {
-        if (mounted_) umount2(at_.c_str(), MNT_DETACH);
-    }
-    bool mounted() const { return mounted_; }
-    // Fills the disk with one file until `left` bytes are free.
-    void fill_up_to(const fs::path& filler, unsigned long left) const
-    {
-        struct statvfs st {};
-        statvfs(at_.c_str(), &st);
-        const unsigned long free = st.f_bavail * st.f_frsize;
-        std::ofstream(filler, std::ios::binary) << std::string(free > left ? free - left : 0, '\0');
-    }
-
-private:
-    fs::path at_;
-    bool mounted_ = false;
-};
-
 class Cases : public testing::TestWithParam<std::string> {};
 
 }  // namespace
@@ -95,7 +65,7 @@ TEST_P(Cases, RunAsRecorded)
     std::optional<SmallDisk> disk;
     if (const std::vector<std::string> d = read_lines(c / "disk"); !d.empty()) {
         work = dir.path() / "disk";
-        disk.emplace(work);
+        disk.emplace(work, "4m");
         if (!disk->mounted()) GTEST_SKIP() << "cannot mount a tmpfs here (root only): " << GetParam() << " not run";
         fs::current_path(work);
     }

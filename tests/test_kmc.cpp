@@ -233,3 +233,23 @@ TEST(KmcWalk, FastAndStraightforwardWalksAgree)
     // 2 D t with the chain's D = a^2 k1 k2 / (2 (k1 + k2)), up to the offset within the cell.
     EXPECT_NEAR(msd_a / (2 * 16 * k1 * k2 / (2 * (k1 + k2)) * 20.0), 1.0, 0.1);
 }
+
+// The room check counts whole blocks per file. A file of 41 rows fits one block
+// of 4096 bytes (82 + 41 x 96 bytes at most), one of 42 rows needs two: on a
+// disk of 16 free blocks 16 and 8 such files fit, 17 and 9 do not.
+TEST(KmcTracks, TheRoomCheckCountsWholeBlocks)
+{
+    const ScratchDir dir;
+    const SmallDisk disk(dir.path() / "disk", "64k");
+    if (!disk.mounted()) GTEST_SKIP() << "cannot mount a tmpfs here (root only)";
+    const std::string at = (dir.path() / "disk").string();
+    const auto refused = [&](long files, long rows, double other = 0) {
+        return capture([&] { kmc::check_room(at, files, rows, other); }).status == 1;
+    };
+    EXPECT_FALSE(refused(16, 41));
+    EXPECT_TRUE(refused(17, 41));
+    EXPECT_FALSE(refused(8, 42));
+    EXPECT_TRUE(refused(9, 42));
+    EXPECT_FALSE(refused(1, 41, 15 * 4096.0));  // the side files count too
+    EXPECT_TRUE(refused(1, 41, 15 * 4096.0 + 1));
+}

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 #include <omp.h>
+#include <sys/mount.h>
+#include <sys/statvfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -118,6 +120,34 @@ inline Outcome shell(const std::string& command)
     r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : 1000;
     return r;
 }
+
+// A tmpfs of `size` (as mount takes it: "4m") mounted on an empty directory for
+// the life of the object; mounting needs root.
+class SmallDisk {
+public:
+    SmallDisk(const std::filesystem::path& at, const std::string& size) : at_(at)
+    {
+        std::filesystem::create_directories(at_);
+        mounted_ = mount("tmpfs", at_.c_str(), "tmpfs", 0, ("size=" + size).c_str()) == 0;
+    }
+    ~SmallDisk()
+    {
+        if (mounted_) umount2(at_.c_str(), MNT_DETACH);
+    }
+    bool mounted() const { return mounted_; }
+    // Fills the disk with one file until `left` bytes are free.
+    void fill_up_to(const std::filesystem::path& filler, unsigned long left) const
+    {
+        struct statvfs st {};
+        statvfs(at_.c_str(), &st);
+        const unsigned long free = st.f_bavail * st.f_frsize;
+        std::ofstream(filler, std::ios::binary) << std::string(free > left ? free - left : 0, '\0');
+    }
+
+private:
+    std::filesystem::path at_;
+    bool mounted_ = false;
+};
 
 inline std::string fixture(const std::string& name) { return std::string(KELTA_TEST_DATA) + "/" + name; }
 inline std::string shared_file(const std::string& name) { return std::string(KELTA_SHARED_DATA) + "/" + name; }
