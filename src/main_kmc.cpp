@@ -152,8 +152,8 @@ void run(const Options& o, const std::string& prog)
     const bool quantum = my_strcasestr(t.ratetype.c_str(), "quant", 5);
     if (o.pairs) {
         network::write_couplings_template(t, pairs, t.kelta_dat_file, quantum);
-        std::printf("  wrote %s: replace every NA (lambda_meV%s and each class's V_meV, in meV), then run %s\n",
-                    t.kelta_dat_file.c_str(), quantum ? ", hw_meV, huang_rhys" : "", prog.c_str());
+        std::printf("  wrote %s: replace every NA (lambda_meV%s and each class's V_meV in meV%s), then run %s\n",
+                    t.kelta_dat_file.c_str(), quantum ? ", hw_meV" : "", quantum ? ", huang_rhys" : "", prog.c_str());
         return;
     }
     t.read_charge_inp();
