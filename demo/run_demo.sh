@@ -84,13 +84,13 @@ echo "== 3. the hopping simulation: kelta_kmc -timeunit PS"
 "$build/kelta_kmc" -timeunit PS > kelta_kmc.log
 sed 's/^/  /' kelta_kmc.log
 
-echo "== 4. kelta_mob -timeunit PS -binfo -tensor"
-"$build/kelta_mob" -timeunit PS -binfo -tensor > kelta_mob.log
+echo "== 4. kelta_mob -timeunit PS -binfo -tensor -json"
+"$build/kelta_mob" -timeunit PS -binfo -tensor -json > kelta_mob.log
 grep -E '^(\*\*\*|Treating|Reading)' kelta_mob.log
 
 echo "== 5. the pictures"
 if command -v gnuplot > /dev/null; then
-  for s in mob_plane_xy mob_plane_xz mob_plane_yz mob_direction_all; do
+  for s in mob_plane_xy mob_plane_xz mob_plane_yz mob_direction_all mob_msd; do
     gnuplot "$s.gnu-png"
     echo "  $s.png"
   done
@@ -100,7 +100,7 @@ fi
 
 echo "== 6. what came out, in cm^2/(V s), in $out"
 cat mob.dat mob_a.dat mob_b.dat mob_c.dat | sed 's/^/  /'
-grep -E '^(anisotropy|average)' mob_tensor.dat | sed 's/^/  /'
+grep -E '^(anisotropy|average|convergence)|verdict' mob_tensor.dat | sed 's/^/  /'
 echo "  principal mobilities, measured (kelta_mob -tensor) against exact (kelta_kmc, kmc_exact.dat):"
 for k in 1 2 3; do
   measured=$(awk -v k="principal_$k" '$1 == k { n++; if (n == 2) print $2, $3 }' mob_tensor.dat)
@@ -112,5 +112,7 @@ cat <<'TXT'
   mob_a/b/c.dat: along the cell vectors; mob_plane_*.dat: angle, mobility, error in the xy, xz
   and yz planes; mob_direction_all.dat: polar angle, azimuth, mobility, error over the sphere;
   mob_tensor.dat: the tensor behind all of them, its principal values and their statistics;
+  mob_msd.dat (mob_msd.png): the mean-square displacement, its bands, fits and local exponent;
+  mob_summary.json: every input and result of the run, for scripts;
   kmc_exact.dat: the exact answer of the hopping network; kmc_rates.dat: every hop and its rate.
 TXT

@@ -119,6 +119,7 @@ void KeltaInp::load_kelta_inp_file(const char* path, bool /*verbose*/)
 bool KeltaInp::read_kelta_inp(const char* path, bool verbose)
 {
     verbose_ = verbose;
+    config_file = path;
     unread_count_ = 0;
     set_varables_default();
     get_environment_variables();

@@ -31,6 +31,7 @@ public:
     int output_level = 0;  // bit 2: angle scans, bit 4: averaged-track files
     std::string ratetype, kelta_dat_file;
     int seed = 0;  // the hopping simulation's random numbers: the same seed, the same tracks
+    std::string config_file;  // the file read_kelta_inp read
     bool input_read = false;
 
     // ------------------------------------------------ suite settings the mobility run only stores

@@ -11,7 +11,6 @@
 
 namespace {
 
-const char* const kReleaseLabel = "2026.11 (r1) ";  // 13 characters
 const char* const kStars = "*******************************************************************";
 
 void print_KELTA_title()
@@ -37,6 +36,7 @@ void print_help(const std::string& prog)
               << "      -moball             : trigger mob all calculation\n"
               << "      -binfo              : enable screen output\n"
               << "      -tensor             : also write the mobility tensor to 'mob_tensor.dat'\n"
+              << "      -json               : also write the run summary to 'mob_summary.json'\n"
               << "\n"
               << "e.g.: " << prog << "\n"
               << "      " << prog << " -config kelta.inp\n"
@@ -60,6 +60,7 @@ struct RunOptions {
     double angle_delta = 10.0;
     bool binfo = false;
     bool tensor = false;
+    bool json = false;
     int mob_all = 0;
 };
 
@@ -114,6 +115,8 @@ RunOptions parse_options(int argc, char** argv, const std::string& prog)
             o.binfo = true;
         } else if (is_option(arg, "-tensor")) {
             o.tensor = true;
+        } else if (is_option(arg, "-json")) {
+            o.json = true;
         } else if (is_option(arg, "-h") || is_option(arg, "--help")) {
             print_help(prog);
             end_run(0);
@@ -133,6 +136,7 @@ void run(const RunOptions& o, const RandomSeeds& seeds)
     mob.set_track_timeunit(o.timeunit);
     mob.set_angle_delta(o.angle_delta);
     mob.set_flag_tensor(o.tensor);
+    mob.set_flag_json(o.json);
     mob.calc_homo();
     mob.build_neighbor_list(o.binfo);
     mob.init();

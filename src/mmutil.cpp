@@ -213,6 +213,13 @@ int LinearRegression(const double* x, const double* y, int n, double* a, double*
     return 0;
 }
 
+double quantile_sorted(const std::vector<double>& v, double p)
+{
+    const double h = p * static_cast<double>(v.size() - 1);
+    const size_t lo = static_cast<size_t>(h);
+    return v[lo] + (h - static_cast<double>(lo)) * (v[lo + 1] - v[lo]);
+}
+
 double regression_slope(const double* x, const double* y, int n)
 {
     double a, b, s;

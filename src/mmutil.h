@@ -201,6 +201,10 @@ private:
 
 int LinearRegression(const double* x, const double* y, int n, double* intercept, double* slope,
                      double* stderr_out);
+// The p-quantile (0 <= p < 1) of sorted values, interpolated between the order
+// statistics; two values at least.
+double quantile_sorted(const std::vector<double>& v, double p);
+
 // The least-squares slope alone (LinearRegression's messages and zero rules).
 double regression_slope(const double* x, const double* y, int n);
 

@@ -364,6 +364,7 @@ void Mobutils::output_mob_data(int mob_all, const RandomSeeds& seeds)
         mob_direction_all(seeds);
     }
     if (flag_tensor) mob_tensor(seeds);
+    if (flag_json) write_summary();
 }
 
 void Mobutils::mob_average(const RandomSeeds& seeds)
@@ -387,6 +388,7 @@ void Mobutils::mob_average(const RandomSeeds& seeds)
     const double dev = mob_engine::sequential_bootstrap(slopes, weights, track_time.data(), nsamp, f, 1e20);
     const double mob = f * regression_slope(track_time.data(), mean.data(), ntime);
     write_mob_line("mob.dat", kLineMob, "mob_ave", mob, dev);
+    result_average = {mob, dev};
     if (flag_binfo) std::cout << "done." << "\n";
 }
 
@@ -411,6 +413,7 @@ void Mobutils::mob_direction_a_b_c(const RandomSeeds& seeds)
         const double dev = mob_engine::sequential_bootstrap(slopes, weights, track_time.data(), nsamp, f1, 1e8);
         const double mob = f1 * regression_slope(track_time.data(), mean.data(), ntime);
         write_mob_line(strprintf("mob_%s.dat", axis), kLineMobAxis, strprintf("mob_%s", axis), mob, dev);
+        result_axes[static_cast<size_t>(col)] = {mob, dev};
     }
     if (flag_binfo) std::cout << "done." << "\n";
 }

@@ -4,12 +4,16 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <limits>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "transport.h"
+
+// The release of the suite, as the banner prints it (13 characters).
+inline constexpr char kReleaseLabel[] = "2026.11 (r1) ";
 
 // Parses up to five numbers of a track line as sscanf with "%lf%lf%lf%lf%lf"
 // would into v, stopping at the first field that is no number (later fields
@@ -38,6 +42,55 @@ struct TrackFileReport {
     double off_grid_time = 0;
 };
 
+// A mobility and its error (half the spread of the bootstrap resamples), cm^2/(V s);
+// not numbers until an analysis sets them.
+struct MobValue {
+    double mob = std::numeric_limits<double>::quiet_NaN();
+    double dev = std::numeric_limits<double>::quiet_NaN();
+};
+
+// One direction of an angle scan: its mobility, its angles in degrees (polar from
+// +z and azimuth from +x for the sphere; the angle from the plane's first axis,
+// as azimuth, for a plane) and its unit vector.
+struct ScanPoint {
+    MobValue value;
+    double polar = 0, azimuth = 0;
+    Vec3 dir{};
+};
+
+// The largest and the smallest mobility of a scan; directions whose mobility is
+// not a number take no part.
+struct ScanExtremes {
+    bool found = false;
+    ScanPoint largest, smallest;
+    void consider(const ScanPoint& p);
+};
+
+// Standard deviation, 2.5% and 97.5% quantiles and half-range of resample values.
+struct Spread {
+    double se, low, high, half_range;
+};
+
+// What mob_tensor.dat reports.
+struct TensorReport {
+    Mat3 mu;                      // cm^2/(V s), Cartesian
+    Vec3 principal;               // largest first
+    Mat3 axes;                    // columns: the principal axes
+    std::array<Vec3, 2> along;    // along a, b, c; along a*, b*, c*
+    std::array<double, 7> value;  // average, principal 1..3, first half, second half, their difference
+    std::array<Spread, 7> spread;
+    bool halves;                  // enough time points to compare the halves
+    // The average mobility from the first nsimu/8, nsimu/4, nsimu/2 and all
+    // trajectories, with its standard error (standard deviation of the
+    // trajectories' mobilities over the root of their number).
+    struct Subset {
+        int trajectories;
+        double mob, se;
+    };
+    std::vector<Subset> convergence;
+    std::string linearity_verdict, convergence_verdict;
+};
+
 class Mobutils : public Transport {
 public:
     Mobutils();
@@ -46,6 +99,7 @@ public:
     void set_flag_binfo(bool flag) { flag_binfo = flag; }
     void set_angle_delta(double delta) { angle_delta = delta; }
     void set_flag_tensor(bool flag) { flag_tensor = flag; }
+    void set_flag_json(bool flag) { flag_json = flag; }
     void init();
     void readin_track_data();
     void output_mob_data(int mob_all, const RandomSeeds& seeds = {});
@@ -55,7 +109,10 @@ public:
     void mob_direction_a_b_c(const RandomSeeds& seeds = {});
     void mob_plane_xy_xz_yz(const RandomSeeds& seeds = {});
     void mob_direction_all(const RandomSeeds& seeds = {});
-    void mob_tensor(const RandomSeeds& seeds = {});  // with -tensor: mob_tensor.dat
+    void mob_tensor(const RandomSeeds& seeds = {});  // with -tensor: mob_tensor.dat and the MSD picture
+    void write_summary() const;                      // with -json: mob_summary.json
+    // mob_msd.dat and its scripts, with bands over the tensor's resamples `picks`.
+    void write_msd(const TensorReport& r, const std::vector<std::vector<int>>& picks) const;
 
     // ------------------------------------------------ plot scripts (the scans)
     void write_gnuplot_eps_script(const char* name, double max) const;
@@ -70,11 +127,20 @@ public:
     bool track_loaded = false;
     bool flag_binfo = false;
     bool flag_tensor = false;  // -tensor: write the mobility tensor
+    bool flag_json = false;    // -json: write the run summary
     std::vector<double> track_time;  // [ntime] time grid of the first track file
     Table track_x, track_y, track_z;  // [nsimu][ntime] carrier position, Angstrom
     Table track_r2;                   // [nsimu][ntime] squared displacement, Angstrom^2
     int nsamp = 100;                  // bootstrap resamples
     double angle_delta = 10.0;        // degrees; delta.inp may replace it
+
+    // ------------------------------------------------ results: written by the analyses, read
+    // by the run summary
+    MobValue result_average;
+    std::array<MobValue, 3> result_axes;        // along a, b, c
+    std::array<ScanExtremes, 3> result_planes;  // xy, xz, yz
+    ScanExtremes result_sphere;
+    std::optional<TensorReport> result_tensor;
 
     // ------------------------------------------------ track reading (readin_track_data, tests)
     // Reads trajectory j's rows from an open track file with a buffer `block`.

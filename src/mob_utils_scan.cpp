@@ -2,6 +2,7 @@
 // grid over the whole sphere. Each fan and the sphere go to the bootstrap engine
 // as one list of directions; the files are written from its results.
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cmath>
 #include <iostream>
@@ -44,7 +45,7 @@ struct Plane {
     Vec3 (*dir)(double c, double s);
 };
 
-const Plane kPlanes[3] = {
+const std::array<Plane, 3> kPlanes = {{
     {"mob_plane_xy", 1023,
      [](double c, double s) {
          return Vec3{c, s, 0.0};
@@ -57,7 +58,7 @@ const Plane kPlanes[3] = {
      [](double c, double s) {
          return Vec3{0.0, c, s};
      }},
-};
+}};
 
 double radians(double degrees)
 {
@@ -107,6 +108,14 @@ mob_engine::ScanEngine engine_for(const Mobutils& m, const RandomSeeds& seeds)
 
 }  // namespace
 
+void ScanExtremes::consider(const ScanPoint& p)
+{
+    if (std::isnan(p.value.mob)) return;
+    if (!found || p.value.mob > largest.value.mob) largest = p;
+    if (!found || p.value.mob < smallest.value.mob) smallest = p;
+    found = true;
+}
+
 void Mobutils::mob_plane_xy_xz_yz(const RandomSeeds& seeds)
 {
     begin_scan(kPlaneTitle, angle_delta, flag_binfo, kLinePlaneTooSmall, kPlaneTooSmall);
@@ -114,7 +123,8 @@ void Mobutils::mob_plane_xy_xz_yz(const RandomSeeds& seeds)
     const int last = last_angle_index(360.0, step);
     check_direction_count(3.0 * (last + 1.0), step, kLinePlaneTooMany);
     const mob_engine::ScanEngine engine = engine_for(*this, seeds);
-    for (const Plane& plane : kPlanes) {
+    for (size_t p = 0; p < kPlanes.size(); ++p) {
+        const Plane& plane = kPlanes[p];
         const std::string data = std::string(plane.name) + ".dat";
         double max = 0.0;
         {
@@ -129,6 +139,7 @@ void Mobutils::mob_plane_xy_xz_yz(const RandomSeeds& seeds)
             for (size_t i = 0; i < dirs.size(); ++i) {
                 f.print(kPlaneRow, static_cast<double>(i) * step, mob[i], err[i]);
                 max = std::max(max, mob[i]);  // a direction that is not a number leaves it
+                result_planes[p].consider({{mob[i], err[i]}, 0.0, static_cast<double>(i) * step, dirs[i]});
             }
             f.commit();
         }
@@ -173,6 +184,7 @@ void Mobutils::mob_direction_all(const RandomSeeds& seeds)
                 const size_t k = pole ? d : d + static_cast<size_t>(j);
                 f.print(kSphereRow, phai, j * step, mob[k], err[k]);
                 max = std::max(max, mob[k]);
+                if (!pole || j == 0) result_sphere.consider({{mob[k], err[k]}, phai, j * step, dirs[k]});
             }
             d += pole ? 1 : static_cast<size_t>(last_thet) + 1;
             f.write("\n");

@@ -76,12 +76,6 @@ double along(const Mat3& m, Vec3 u)
     return q;
 }
 
-// Standard deviation, 2.5% and 97.5% quantiles (interpolated between order
-// statistics) and half-range of resample values.
-struct Spread {
-    double se, low, high, half_range;
-};
-
 Spread spread_of(std::vector<double> v)
 {
     const double n = static_cast<double>(v.size());
@@ -92,12 +86,7 @@ Spread spread_of(std::vector<double> v)
         ss += dev * dev;
     }
     std::sort(v.begin(), v.end());
-    const auto quantile = [&v](double p) {  // p < 1, and two values at least
-        const double h = p * static_cast<double>(v.size() - 1);
-        const size_t lo = static_cast<size_t>(h);
-        return v[lo] + (h - static_cast<double>(lo)) * (v[lo + 1] - v[lo]);
-    };
-    return {std::sqrt(ss / (n - 1.0)), quantile(0.025), quantile(0.975), (v.back() - v.front()) * 0.5};
+    return {std::sqrt(ss / (n - 1.0)), quantile_sorted(v, 0.025), quantile_sorted(v, 0.975), (v.back() - v.front()) * 0.5};
 }
 
 // The average mobility's per-trajectory slopes over time points [first, last).
@@ -115,17 +104,6 @@ double mean(const std::vector<double>& v, const std::vector<int>& pick)
     for (const int j : pick) sum += v[static_cast<size_t>(j)];
     return sum / static_cast<double>(pick.size());
 }
-
-// What mob_tensor.dat reports.
-struct TensorReport {
-    Mat3 mu;            // cm^2/(V s), Cartesian
-    Vec3 principal;     // largest first
-    Mat3 axes;          // columns: the principal axes
-    std::array<Vec3, 2> along;      // along a, b, c; along a*, b*, c*
-    std::array<double, 7> value;    // average, principal 1..3, first half, second half, their difference
-    std::array<Spread, 7> spread;
-    bool halves;        // enough time points to compare the halves
-};
 
 void write_report(OutputFile& out, const TensorReport& r, int nsimu, int ntime, double temp, double unit)
 {
@@ -156,15 +134,45 @@ void write_report(OutputFile& out, const TensorReport& r, int nsimu, int ntime, 
     // that of the difference over the same resamples.
     out.print("difference   %14.6e %14.6e   (second - first, standard error from the same resamples)\n",
                  r.value[6], r.spread[6].se);
-    if (!r.halves)
-        out.print("# verdict: too few time points to compare the two halves\n");
-    else if (nsimu < 2)  // one trajectory: no resample can tell its spread
-        out.print("# verdict: too few trajectories to compare the two halves\n");
-    else if (std::fabs(r.value[6]) > 3.0 * r.spread[6].se)
-        out.print("# verdict: WARNING: the halves differ by more than 3 combined standard errors: the motion is "
-                          "not diffusive over the whole time (a ballistic start, or a saturation)\n");
-    else
-        out.print("# verdict: the halves agree within 3 combined standard errors: the motion is diffusive\n");
+    out.print("# verdict: %s\n", r.linearity_verdict.c_str());
+    out.print("# convergence in the number of trajectories: the average mobility and its standard error (standard\n"
+              "# deviation of the trajectories' mobilities over the root of their number) from the first nsimu/8,\n"
+              "# nsimu/4, nsimu/2 and all trajectories\n");
+    for (const TensorReport::Subset& c : r.convergence)
+        out.print("convergence %8d %14.6e %14.6e\n", c.trajectories, c.mob, c.se);
+    out.print("# convergence verdict: %s\n", r.convergence_verdict.c_str());
+}
+
+std::string linearity_verdict(const TensorReport& r, int nsimu)
+{
+    if (!r.halves) return "too few time points to compare the two halves";
+    if (nsimu < 2) return "too few trajectories to compare the two halves";  // no resample can tell their spread
+    if (std::fabs(r.value[6]) > 3.0 * r.spread[6].se)
+        return "WARNING: the halves differ by more than 3 combined standard errors: the motion is not diffusive over "
+               "the whole time (a ballistic start, or a saturation)";
+    return "the halves agree within 3 combined standard errors: the motion is diffusive";
+}
+
+// The average mobility of the first n trajectories: the mean of their own
+// mobilities, as the fit is linear in the curve; its standard error from their spread.
+TensorReport::Subset first_trajectories(const std::vector<double>& slopes, int n, double f3)
+{
+    double sum = 0.0, ss = 0.0;
+    for (int j = 0; j < n; ++j) sum += f3 * slopes[static_cast<size_t>(j)];
+    const double mob = sum / n;
+    for (int j = 0; j < n; ++j) ss += (f3 * slopes[static_cast<size_t>(j)] - mob) * (f3 * slopes[static_cast<size_t>(j)] - mob);
+    return {n, mob, n > 1 ? std::sqrt(ss / (n - 1.0) / n) : NAN};
+}
+
+// The last two subsets (half and all the trajectories) agree when their error
+// bars overlap.
+std::string convergence_verdict(const std::vector<TensorReport::Subset>& c)
+{
+    if (c.size() < 2 || !(c[c.size() - 2].se >= 0)) return "too few trajectories to judge";
+    const TensorReport::Subset &half = c[c.size() - 2], &all = c.back();
+    if (std::fabs(half.mob - all.mob) <= half.se + all.se)
+        return "the last two agree within their errors: the number of trajectories is enough";
+    return "more trajectories would change the result";
 }
 
 }  // namespace
@@ -202,14 +210,15 @@ void Mobutils::mob_tensor(const RandomSeeds& seeds)
     r.halves = half >= 3;
 
     // 200 resamples of the trajectories, from a generator of this analysis alone;
-    // one trajectory has no spread to tell.
+    // one trajectory has no spread to tell. The MSD picture's bands use them too.
     r.spread.fill(Spread{NAN, NAN, NAN, NAN});
+    std::vector<std::vector<int>> picks;  // [resamples][nsimu] the trajectories each drew
     if (n > 1) {
         std::mt19937 gen(seeds.scan.empty() ? std::random_device("default")() : seeds.scan.front());
         std::uniform_int_distribution<int> draw(0, n - 1);
         std::array<std::vector<double>, 7> boot;
-        std::vector<int> pick(static_cast<size_t>(n));
         for (int s = 0; s < kResamples; ++s) {
+            std::vector<int>& pick = picks.emplace_back(static_cast<size_t>(n));
             for (int& j : pick) j = draw(gen);
             Vec3 value;
             Mat3 unused;
@@ -222,7 +231,14 @@ void Mobutils::mob_tensor(const RandomSeeds& seeds)
         for (size_t k = 0; k < r.spread.size(); ++k) r.spread[k] = spread_of(boot[k]);
     }
 
+    r.linearity_verdict = linearity_verdict(r, nsimu);
+    for (const int part : {8, 4, 2, 1})
+        if (n / part > 0) r.convergence.push_back(first_trajectories(r2_all, n / part, f3));
+    r.convergence_verdict = convergence_verdict(r.convergence);
+
     OutputFile f(kTensorFile, kModule, kLineTensorFile);
     write_report(f, r, nsimu, ntime, temp, get_track_timeunit());
     f.commit();
+    write_msd(r, picks);
+    result_tensor = r;
 }

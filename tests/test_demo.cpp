@@ -22,7 +22,7 @@ TEST(Demo, RunsAndDrawsEveryPicture)
     // The EPS scripts and the Python scripts too, where gnuplot and matplotlib are.
     const bool gnuplot = std::system("gnuplot --version > /dev/null 2>&1") == 0;
     const bool python = std::system("/usr/bin/python3 -c 'import matplotlib, numpy' > /dev/null 2>&1") == 0;
-    for (const std::string b : {"mob_plane_xy", "mob_plane_xz", "mob_plane_yz", "mob_direction_all"}) {
+    for (const std::string b : {"mob_plane_xy", "mob_plane_xz", "mob_plane_yz", "mob_direction_all", "mob_msd"}) {
         if (gnuplot) {
             EXPECT_EQ(read_file("run/" + b + ".png").rfind("\x89PNG\r\n\x1a\n", 0), 0u) << b;
             EXPECT_EQ(std::system(("cd run && gnuplot " + b + ".gnu > ../plot.log 2>&1").c_str()), 0) << read_file("plot.log");

@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 namespace {
 
 // Listed ahead of the code that will use them; remove a name once it is used.
-const std::set<std::string> kAwaitingUse = {"nlohmann-json3-dev", "python3-jsonschema"};
+const std::set<std::string> kAwaitingUse = {};
 
 // What provides each thing a file can use; an empty package is the compiler's
 // or the C library's own.
