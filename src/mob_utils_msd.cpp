@@ -161,10 +161,11 @@ void Mobutils::write_msd(const TensorReport& r, const std::vector<std::vector<in
                 const double p = track_x[j][t] * e[0] + track_y[j][t] * e[1] + track_z[j][t] * e[2];
                 y(j, k) = c < 3 ? p * p : track_r2[j][t];
             }
-        const Eigen::VectorXd all = y.colwise().mean();
         const Eigen::MatrixXd boot = counts * y;  // resamples x rows
         for (int k = 0; k < m; ++k) {
-            mean[c].push_back(all(k));
+            double all = 0.0;  // in trajectory order, as every other mean of the tool
+            for (int j = 0; j < n; ++j) all += y(j, k);
+            mean[c].push_back(all / n);
             std::vector<double> v(boot.col(k).data(), boot.col(k).data() + resamples);
             std::sort(v.begin(), v.end());
             low[c].push_back(resamples > 1 ? quantile_sorted(v, 0.025) : NAN);
