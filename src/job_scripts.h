@@ -1,11 +1,28 @@
-// Scheduler and quantum-chemistry settings of the suite. The mobility tool only
-// fills these fields from the input file and the environment; it writes no job.
+// Scheduler and quantum-chemistry settings of the suite, filled from the input
+// file and the environment, and the batch script of the hopping simulation.
 #pragma once
 
 #include <string>
+#include <vector>
 
 class Jobscript {
 public:
+    // Trajectories first .. first + count - 1 (from 1).
+    struct Slice {
+        long first, count;
+    };
+    // `trajectories` split into k slices as even as can be, the larger first.
+    static std::vector<Slice> slices(long trajectories, int k);
+    // Where the script finds kelta_kmc and kelta_mob: KELTA_BIN_DIR when set, else
+    // the running program's directory when kelta_mob stands there, else "" (PATH).
+    static std::string program_dir();
+    // Writes kmc_job.sh for sched_type (slurm, pbs, lsf or local; status 1 for
+    // another): a job array of k slices of kelta_kmc, then kelta_mob -tensor,
+    // both with -config `config` and -timeunit `unit` (PS or NS). Returns its name.
+    std::string write_kmc_job(long trajectories, int k, const std::string& config, const std::string& unit) const;
+
+    // ------------------------------------------------ settings: written by the input
+    // file reader and the environment
     std::string sched_type = "pbs";  // pbs, slurm, lsf or local
     std::string queue_name = "workq";
     std::string nodelist;

@@ -28,12 +28,14 @@ const char* const kHelp =
     "      -timeunit [PS | NS] : unit of tsimu, tsnap and the track times, default NS\n"
     "      -first N            : write trajectories N, N+1, ... only (from 1)\n"
     "      -count M            : write M trajectories only\n"
+    "      -jobscript K        : write kmc_job.sh, K slices as a job array of sched_type, then stop\n"
     "      -h, --help          : this text\n"
     "\n"
     "e.g.: %s -pairs       (then replace every NA of the couplings file)\n"
     "      %s -rates\n"
     "      %s\n"
     "      %s -first 1001 -count 1000\n"
+    "      %s -jobscript 16\n"
     "\n";
 
 const char* const kRatesFile = "kmc_rates.dat";
@@ -59,6 +61,7 @@ struct Options {
     std::string label = "ns";
     bool pairs = false, rates = false;
     long first = 0, count = -1;  // not given
+    long jobscript = -1;         // slices of a batch script; not given
 };
 
 [[noreturn]] void usage_error(const std::string& prog, const std::string& text)
@@ -84,7 +87,7 @@ Options parse_options(int argc, char** argv, const std::string& prog)
             return argv[++i];
         };
         if (a == "-h" || a == "--help") {
-            std::printf(kHelp, prog.c_str(), prog.c_str(), prog.c_str(), prog.c_str(), prog.c_str());
+            std::printf(kHelp, prog.c_str(), prog.c_str(), prog.c_str(), prog.c_str(), prog.c_str(), prog.c_str());
             end_run(0);
         } else if (a == "-config") {
             o.config = value();
@@ -102,6 +105,8 @@ Options parse_options(int argc, char** argv, const std::string& prog)
             o.first = whole_number(prog, a, value());
         } else if (a == "-count") {
             o.count = whole_number(prog, a, value());
+        } else if (a == "-jobscript") {
+            o.jobscript = whole_number(prog, a, value());
         } else {
             usage_error(prog, "unknown option " + a);
         }
@@ -172,6 +177,17 @@ void run(const Options& o, const std::string& prog)
     // Nothing is written unless every file fits: the side files (the drift file
     // is smaller than the report) and the tracks.
     kmc::check_room(".", s.count, s.rows, 2.0 * static_cast<double>(report.size()) + static_cast<double>(table.size()));
+    if (o.jobscript >= 0) {
+        if (o.first > 0 || o.count >= 0 || o.jobscript < 1 || o.jobscript > t.nsimu)
+            fatal("transport", kLineSlice, 1,
+                  strprintf("-jobscript %ld: the slices of a batch script split all nsimu = %ld trajectories, "
+                            "from 1 to nsimu slices, without -first or -count\n", o.jobscript, static_cast<long>(t.nsimu)));
+        const std::string script =
+            t.job.write_kmc_job(s.count, static_cast<int>(o.jobscript), o.config, o.label == "ps" ? "PS" : "NS");
+        std::printf("  wrote %s: %ld slices of the %ld trajectories for %s, then kelta_mob -tensor; submit with: sh %s\n",
+                    script.c_str(), o.jobscript, s.count, t.job.sched_type.c_str(), script.c_str());
+        return;
+    }
     write_text(kRatesFile, kLineRatesFile, table);
     write_text(kExactFile, kLineExactFile, report);
     std::printf("  rates in %s; the exact long-time answer of the network (%s):\n", kRatesFile, kExactFile);

@@ -1,6 +1,7 @@
 // Whole runs on the working directories kept under tests/data/cases. A case holds
 //   program  kelta_kmc for a run of the hopping simulation (optional; kelta_mob)
 //   args     the command-line arguments, one per line (optional)
+//   env      NAME=VALUE lines set for the run, and unset after it (optional)
 //   base     another case whose in/ is laid down first (optional)
 //   remove   paths deleted after the inputs are laid down (optional)
 //   disk     "free N": the run happens on a small tmpfs filled up to N free bytes
@@ -77,9 +78,11 @@ TEST_P(Cases, RunAsRecorded)
     RandomSeeds seeds;
     seeds.ran2 = 12345;
     seeds.scan = {1, 2};
-    const std::vector<std::string> program = read_lines(c / "program");
+    const std::vector<std::string> program = read_lines(c / "program"), env = read_lines(c / "env");
+    for (const std::string& e : env) setenv(e.substr(0, e.find('=')).c_str(), e.substr(e.find('=') + 1).c_str(), 1);
     const Outcome r = !program.empty() && program[0] == "kelta_kmc" ? run_kmc(read_lines(c / "args"))
                                                                     : run_in_process(read_lines(c / "args"), seeds);
+    for (const std::string& e : env) unsetenv(e.substr(0, e.find('=')).c_str());
     expect_recorded(c / "out/stdout", r.out);
     expect_recorded(c / "out/stderr", r.err);
     expect_recorded(c / "out/status", std::to_string(r.status) + "\n", "0\n");

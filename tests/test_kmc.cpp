@@ -1,7 +1,8 @@
 // The hopping simulation's parts against independent numbers: rates against the
 // worked values of the physics notes, alias tables against their weights, the
-// exact network answer against closed forms, pair classes against the crystal's
-// symmetry, and the tracks against themselves over threads and slices.
+// exact network answer against closed forms, and the tracks against themselves
+// over threads and slices. (The pair classes of the demo crystal are recorded
+// in the case kmc_pairs: every hop with its class, its reverse in the same one.)
 #include <gtest/gtest.h>
 
 #include <map>
@@ -125,41 +126,6 @@ TEST(KmcExact, ClosedFormsOfTheCellProblem)
     both_ways(apart, 0, 0, {5, 0, 0}, 1);
     both_ways(apart, 1, 1, {5, 0, 0}, 1);
     EXPECT_EQ(capture([&] { network::solve_exact(2, apart); }).status, 1);
-}
-
-// The demo crystal (P2_1/a, two molecules): the classes are those of its
-// herringbone layer, every hop's reverse is in its class, and the inversion
-// centres make every molecule's hops cancel.
-TEST(KmcPairs, ClassesOfTheHerringboneCrystal)
-{
-    const ScratchDir dir;
-    fs::copy(kKmcCase, dir.path(), fs::copy_options::recursive);
-    Transport t;
-    capture([&] {
-        t.read_kelta_inp("kelta.inp", false);
-        t.read_crystal_strcuture_files(false, false);
-        t.build_neighbor_list(false);
-    });
-    const network::Pairs p = network::find_pairs(t);
-    ASSERT_EQ(p.classes.size(), 5u);
-    const std::vector<int> hops_per_class = {8, 4, 8, 4, 4};
-    for (size_t c = 0; c < p.classes.size(); ++c) EXPECT_EQ(p.classes[c].hops, hops_per_class[c]) << c;
-    for (const network::Hop& h : p.hops) {
-        const auto reverse = std::find_if(p.hops.begin(), p.hops.end(), [&h](const network::Hop& r) {
-            return r.from == h.to && r.to == h.from && r.cell[0] == -h.cell[0] && r.cell[1] == -h.cell[1] &&
-                   r.cell[2] == -h.cell[2];
-        });
-        ASSERT_NE(reverse, p.hops.end());
-        EXPECT_EQ(reverse->pair_class, h.pair_class);
-        EXPECT_NEAR(get_magnitude(reverse->r), get_magnitude(h.r), 1e-12);
-    }
-    for (int m = 0; m < 2; ++m) {
-        Vec3 sum{};
-        for (const network::Hop& h : p.hops)
-            if (h.from == m)
-                for (int k = 0; k < 3; ++k) sum[k] += h.r[k];
-        EXPECT_LT(get_magnitude(sum), 1e-12) << m;
-    }
 }
 
 // The same seed writes the same bytes on one thread and on two, and a slice

@@ -1,0 +1,161 @@
+// Batch scripts that run the hopping simulation on a cluster: the trajectories
+// split into slices that a job array runs, then the mobility analysis once every
+// slice has ended well.
+#include "job_scripts.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "mmutil.h"
+
+namespace {
+
+const char* const kModule = "job_scripts";
+constexpr int kLineScript = 120;
+constexpr int kLineScheduler = 130;
+const char* const kUnknownScheduler =
+    "sched_type = %s: kelta_kmc -jobscript writes scripts for slurm, pbs, lsf and local only\n";
+
+// Arguments: slices, trajectories, scheduler, kelta_kmc, kelta_mob, the
+// configuration file, the time unit.
+const char* const kHead =
+    "#!/bin/sh\n"
+    "# The hopping simulation as %d slices of the %ld trajectories (%s), then the mobility analysis once every\n"
+    "# slice has ended well. Written by kelta_kmc -jobscript; run it from this directory:  sh kmc_job.sh\n"
+    "# Each slice writes its own track files, byte for byte those of a run in one process.\n"
+    "set -e\n"
+    "KMC='%s'\n"
+    "MOB='%s'\n"
+    "CONFIG='%s'\n"
+    "UNIT=%s\n"
+    "\n"
+    "# slice K: the trajectories of slice K (from 1)\n"
+    "slice() {\n"
+    "    case \"$1\" in\n";
+const char* const kSliceLine = "        %d) set -- -first %ld -count %ld ;;\n";
+const char* const kSliceTail =
+    "        *) echo \"kmc_job.sh: no slice $1\" >&2; exit 1 ;;\n"
+    "    esac\n"
+    "    exec \"$KMC\" -config \"$CONFIG\" -timeunit \"$UNIT\" \"$@\"\n"
+    "}\n"
+    "analyse() {\n"
+    "    exec \"$MOB\" -config \"$CONFIG\" -timeunit \"$UNIT\" -tensor\n"
+    "}\n"
+    "\n";
+
+// Arguments: slices, queue, node list option, queue again, node list option.
+const char* const kSlurm =
+    "case \"${1:-submit}\" in\n"
+    "    submit)\n"
+    "        cd \"$(dirname \"$0\")\"\n"
+    "        array=$(sbatch --parsable --job-name=kmc --array=1-%d --partition='%s'%s --chdir=\"$PWD\" \\\n"
+    "            --output=kmc_slice_%%a.log \"$0\" slice)\n"
+    "        array=${array%%%%;*}\n"
+    "        mob=$(sbatch --parsable --job-name=kmc_mob --partition='%s'%s --chdir=\"$PWD\" \\\n"
+    "            --dependency=afterok:\"$array\" --output=kmc_mob.log \"$0\" analyse)\n"
+    "        echo \"submitted: the slices as job array $array, the analysis as job ${mob%%%%;*}\" ;;\n"
+    "    slice) slice \"$SLURM_ARRAY_TASK_ID\" ;;\n"
+    "    analyse) analyse ;;\n"
+    "esac\n";
+
+// Arguments: slices, queue, queue.
+const char* const kPbs =
+    "case \"${KMC_PART:-submit}\" in\n"
+    "    submit)\n"
+    "        cd \"$(dirname \"$0\")\"\n"
+    "        array=$(qsub -N kmc -J 1-%d -q '%s' -j oe -o kmc_slice.log -v KMC_PART=slice,KMC_DIR=\"$PWD\" \"$0\")\n"
+    "        mob=$(qsub -N kmc_mob -q '%s' -j oe -o kmc_mob.log -W depend=afterok:\"$array\" \\\n"
+    "            -v KMC_PART=analyse,KMC_DIR=\"$PWD\" \"$0\")\n"
+    "        echo \"submitted: the slices as job array $array, the analysis as job $mob\" ;;\n"
+    "    slice) cd \"$KMC_DIR\"; slice \"${PBS_ARRAY_INDEX:-$PBS_ARRAYID}\" ;;\n"
+    "    analyse) cd \"$KMC_DIR\"; analyse ;;\n"
+    "esac\n";
+
+// Arguments: slices, queue, node list option, queue, node list option.
+const char* const kLsf =
+    "case \"${1:-submit}\" in\n"
+    "    submit)\n"
+    "        cd \"$(dirname \"$0\")\"\n"
+    "        bsub -J 'kmc[1-%d]' -q '%s'%s -o 'kmc_slice_%%I.log' sh \"$0\" slice\n"
+    "        bsub -J kmc_mob -q '%s'%s -w 'done(kmc)' -o kmc_mob.log sh \"$0\" analyse ;;\n"
+    "    slice) slice \"$LSB_JOBINDEX\" ;;\n"
+    "    analyse) analyse ;;\n"
+    "esac\n";
+
+// Argument: slices.
+const char* const kLocal =
+    "cd \"$(dirname \"$0\")\"\n"
+    "k=1\n"
+    "while [ \"$k\" -le %d ]; do\n"
+    "    (slice \"$k\") > \"kmc_slice_$k.log\"\n"
+    "    k=$((k + 1))\n"
+    "done\n"
+    "(analyse) > kmc_mob.log\n"
+    "echo \"done: the tracks in track/, the mobility in mob_tensor.dat\"\n";
+
+// Single quotes for the shell: ' becomes '\''.
+std::string quoted(const std::string& s)
+{
+    std::string q;
+    for (const char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return q;
+}
+
+}  // namespace
+
+std::vector<Jobscript::Slice> Jobscript::slices(long trajectories, int k)
+{
+    std::vector<Slice> s;
+    long first = 1;
+    for (int i = 0; i < k; ++i) {
+        const long count = trajectories / k + (i < trajectories % k ? 1 : 0);
+        s.push_back({first, count});
+        first += count;
+    }
+    return s;
+}
+
+// KELTA_BIN_DIR names the directory of the programs when set; otherwise that of
+// the running kelta_kmc when kelta_mob stands beside it, else the PATH finds them.
+std::string Jobscript::program_dir()
+{
+    if (const char* dir = std::getenv("KELTA_BIN_DIR")) return dir;
+    std::error_code ec;
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", ec).parent_path();
+    if (!ec && is_regular_file((self / "kelta_mob").string())) return self.string();
+    return "";
+}
+
+std::string Jobscript::write_kmc_job(long trajectories, int k, const std::string& config, const std::string& unit) const
+{
+    std::string sched = sched_type;
+    for (char& c : sched) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (sched != "slurm" && sched != "pbs" && sched != "lsf" && sched != "local")
+        fatal(kModule, kLineScheduler, 1, strprintf(kUnknownScheduler, sched_type.c_str()));
+    const std::string dir = program_dir(), queue = quoted(queue_name);
+    const auto program = [&dir](const char* name) { return quoted(dir.empty() ? name : dir + "/" + name); };
+    const std::string name = "kmc_job.sh";
+    OutputFile f(name, kModule, kLineScript);
+    f.print(kHead, k, trajectories, sched.c_str(), program("kelta_kmc").c_str(), program("kelta_mob").c_str(),
+            quoted(config).c_str(), unit.c_str());
+    const std::vector<Slice> parts = slices(trajectories, k);
+    for (size_t i = 0; i < parts.size(); ++i) f.print(kSliceLine, static_cast<int>(i) + 1, parts[i].first, parts[i].count);
+    f.write(kSliceTail);
+    if (sched == "slurm") {
+        const std::string nodes = nodelist.empty() ? "" : " --nodelist='" + quoted(nodelist) + "'";
+        f.print(kSlurm, k, queue.c_str(), nodes.c_str(), queue.c_str(), nodes.c_str());
+    } else if (sched == "pbs") {
+        f.print(kPbs, k, queue.c_str(), queue.c_str());
+    } else if (sched == "lsf") {
+        const std::string hosts = nodelist.empty() ? "" : " -m '" + quoted(nodelist) + "'";
+        f.print(kLsf, k, queue.c_str(), hosts.c_str(), queue.c_str(), hosts.c_str());
+    } else {
+        f.print(kLocal, k);
+    }
+    f.commit();
+    chmod(name.c_str(), 0755);
+    return name;
+}

@@ -1,0 +1,94 @@
+// The batch scripts of kelta_kmc -jobscript run for real: the local one here,
+// the SLURM one on a single-node cluster that tests/slurm_cluster.sh starts
+// (root and Debian's slurmctld, slurmd and munge; skipped elsewhere). Either
+// must leave the tracks of a run in one process, and the analysis.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <map>
+#include <regex>
+#include <thread>
+
+#include "test_support.h"
+
+using namespace testsupport;
+namespace fs = std::filesystem;
+
+namespace {
+
+const fs::path kBase = fs::path(KELTA_TEST_DATA) / "cases/kmc_base/in";
+
+// The case's working directory with 12 trajectories for `sched` in `dir`.
+void lay_run(const fs::path& dir, const std::string& sched)
+{
+    fs::create_directories(dir);
+    fs::copy(kBase, dir, fs::copy_options::recursive);
+    write_file(dir / "kelta.inp", std::regex_replace(read_file(dir / "kelta.inp"), std::regex("  nsimu    = 3\n"),
+                                                     "  nsimu = 12\n  sched_type = " + sched + "\n"));
+}
+
+std::map<std::string, std::string> tracks(const fs::path& dir)
+{
+    std::map<std::string, std::string> files;
+    for (const auto& e : fs::directory_iterator(dir / "track")) files[e.path().filename()] = read_file(e.path());
+    return files;
+}
+
+// kmc_job.sh for `sched` in dir/job, and the tracks of one process in dir/one.
+void write_job_and_reference(const fs::path& dir, const std::string& sched)
+{
+    lay_run(dir / "one", sched);
+    lay_run(dir / "job", sched);
+    fs::current_path(dir / "one");
+    ASSERT_EQ(run_kmc({"-timeunit", "PS"}).status, 0);
+    fs::current_path(dir / "job");
+    setenv("KELTA_BIN_DIR", fs::path(KELTA_KMC_EXE).parent_path().c_str(), 1);
+    const Outcome o = run_kmc({"-timeunit", "PS", "-jobscript", "5"});
+    unsetenv("KELTA_BIN_DIR");
+    fs::current_path(dir);
+    ASSERT_EQ(o.status, 0) << o.out << o.err;
+}
+
+void expect_the_run_of_one_process(const fs::path& dir)
+{
+    const auto job = tracks(dir / "job");
+    EXPECT_EQ(job.size(), 12u);
+    EXPECT_EQ(job, tracks(dir / "one"));
+    EXPECT_NE(read_file(dir / "job/kmc_mob.log").find("*** Succsessfully done."), std::string::npos);
+    EXPECT_NE(read_file(dir / "job/mob_tensor.dat").find("principal_1"), std::string::npos);
+}
+
+}  // namespace
+
+TEST(JobScripts, LocalScriptRunsTheSlicesThenTheAnalysis)
+{
+    const ScratchDir dir;
+    write_job_and_reference(dir.path(), "local");
+    const Outcome r = shell("cd job && sh kmc_job.sh");
+    ASSERT_EQ(r.status, 0) << r.out;
+    expect_the_run_of_one_process(dir.path());
+    EXPECT_NE(read_file("job/kmc_slice_5.log").find("  2 trajectories (11 to 12) of 1 ps"), std::string::npos);
+}
+
+// The cluster is stopped whatever happens to the test.
+TEST(JobScripts, SlurmRunsTheArrayThenTheAnalysis)
+{
+    const ScratchDir dir;
+    const std::string cluster = (dir.path() / "cluster").string(), script = KELTA_SOURCE_DIR "/tests/slurm_cluster.sh";
+    const Outcome started = shell("'" + script + "' start '" + cluster + "'");
+    const std::shared_ptr<void> stop(nullptr, [&](void*) { shell("'" + script + "' stop '" + cluster + "'"); });
+    if (started.status == 77) GTEST_SKIP() << started.out;
+    ASSERT_EQ(started.status, 0) << started.out;
+    write_job_and_reference(dir.path(), "slurm");
+    const std::string slurm = "export SLURM_CONF='" + cluster + "/slurm.conf' PATH=$PATH:/usr/sbin; ";
+    const Outcome submitted = shell(slurm + "cd '" + (dir.path() / "job").string() + "' && sh kmc_job.sh");
+    ASSERT_EQ(submitted.status, 0) << submitted.out;
+    EXPECT_NE(submitted.out.find("submitted: the slices as job array"), std::string::npos) << submitted.out;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(3);
+    while (!shell(slurm + "squeue -h").out.empty()) {
+        ASSERT_LT(std::chrono::steady_clock::now(), deadline) << shell(slurm + "squeue").out;
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    }
+    expect_the_run_of_one_process(dir.path());
+    for (int k = 1; k <= 5; ++k) EXPECT_NE(read_file(dir.path() / strprintf("job/kmc_slice_%d.log", k)).find("*** Successfully done."), std::string::npos) << k;
+}
