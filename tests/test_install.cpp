@@ -113,14 +113,31 @@ TEST_F(Installed, ManualPagesRenderWithoutWarnings)
         }
 }
 
-// The installed demo script with the installed programs: no file of the
-// source or build tree is needed.
-TEST_F(Installed, DemoRunsFromTheInstalledPrograms)
+// The installed demo script with the installed programs (no file of the source
+// or build tree is needed) draws every picture without a message, where gnuplot
+// and matplotlib are; the EPS and Python scripts run too.
+TEST_F(Installed, DemoRunsFromTheInstalledProgramsAndDrawsEveryPicture)
 {
     const fs::path script = prefix_ / "share/doc/kelta_mob/examples/run_demo.sh";
-    const Outcome r = shell("cd '" + dir_.path().string() + "' && '" + script.string() + "' '" + bin_.string() + "' run 200");
+    const Outcome r = shell("cd '" + dir_.path().string() + "' && '" + script.string() + "' '" + bin_.string() + "' run 200 2> err");
     ASSERT_EQ(r.status, 0) << r.out;
+    EXPECT_EQ(read_file("err"), "");  // gnuplot says nothing when it draws
     EXPECT_NE(r.out.find("*** Succsessfully done."), std::string::npos) << r.out;
-    EXPECT_NE(read_file(dir_.path() / "run/mob_tensor.dat").find("principal_3"), std::string::npos);
-    EXPECT_TRUE(fs::exists(dir_.path() / "run/track/track_0200.dat"));
+    EXPECT_NE(read_file("run/mob_tensor.dat").find("principal_3"), std::string::npos);
+    EXPECT_TRUE(fs::exists("run/track/track_0200.dat"));
+    const bool gnuplot = shell("gnuplot --version").status == 0;
+    const bool python = shell("/usr/bin/python3 -c 'import matplotlib, numpy'").status == 0;
+    for (const std::string b : {"mob_plane_xy", "mob_plane_xz", "mob_plane_yz", "mob_direction_all", "mob_msd"}) {
+        if (gnuplot) {
+            EXPECT_EQ(read_file("run/" + b + ".png").rfind("\x89PNG\r\n\x1a\n", 0), 0u) << b;
+            const Outcome eps = shell("cd run && gnuplot " + b + ".gnu");
+            EXPECT_EQ(eps.status, 0) << eps.out;
+            EXPECT_EQ(eps.out, "");
+            EXPECT_EQ(read_file("run/" + b + ".eps").rfind("%!PS-Adobe", 0), 0u) << b;
+        }
+        if (python) {
+            EXPECT_EQ(shell("cd run && MPLBACKEND=Agg /usr/bin/python3 " + b + ".py").status, 0) << b;
+        }
+    }
+    if (!gnuplot || !python) GTEST_SKIP() << "gnuplot or Debian's python3 with matplotlib is not installed";
 }

@@ -5,8 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <map>
-#include <regex>
 #include <thread>
 
 #include "test_support.h"
@@ -16,29 +14,11 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const fs::path kBase = fs::path(KELTA_TEST_DATA) / "cases/kmc_base/in";
-
-// The case's working directory with 12 trajectories for `sched` in `dir`.
-void lay_run(const fs::path& dir, const std::string& sched)
-{
-    fs::create_directories(dir);
-    fs::copy(kBase, dir, fs::copy_options::recursive);
-    write_file(dir / "kelta.inp", std::regex_replace(read_file(dir / "kelta.inp"), std::regex("  nsimu    = 3\n"),
-                                                     "  nsimu = 12\n  sched_type = " + sched + "\n"));
-}
-
-std::map<std::string, std::string> tracks(const fs::path& dir)
-{
-    std::map<std::string, std::string> files;
-    for (const auto& e : fs::directory_iterator(dir / "track")) files[e.path().filename()] = read_file(e.path());
-    return files;
-}
-
 // kmc_job.sh for `sched` in dir/job, and the tracks of one process in dir/one.
 void write_job_and_reference(const fs::path& dir, const std::string& sched)
 {
-    lay_run(dir / "one", sched);
-    lay_run(dir / "job", sched);
+    lay_kmc_run(dir / "one", "  sched_type = " + sched + "\n");
+    lay_kmc_run(dir / "job", "  sched_type = " + sched + "\n");
     fs::current_path(dir / "one");
     ASSERT_EQ(run_kmc({"-timeunit", "PS"}).status, 0);
     fs::current_path(dir / "job");
@@ -51,9 +31,9 @@ void write_job_and_reference(const fs::path& dir, const std::string& sched)
 
 void expect_the_run_of_one_process(const fs::path& dir)
 {
-    const auto job = tracks(dir / "job");
+    const auto job = track_files(dir / "job");
     EXPECT_EQ(job.size(), 12u);
-    EXPECT_EQ(job, tracks(dir / "one"));
+    EXPECT_EQ(job, track_files(dir / "one"));
     EXPECT_NE(read_file(dir / "job/kmc_mob.log").find("*** Succsessfully done."), std::string::npos);
     EXPECT_NE(read_file(dir / "job/mob_tensor.dat").find("principal_1"), std::string::npos);
 }

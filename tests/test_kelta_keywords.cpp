@@ -100,29 +100,3 @@ TEST(Keywords, HeadersCommentsAndBlocks)
     }
     expect_recorded(kData / "blocks.txt", seen);
 }
-
-// Numbers keep their atoi/atof reading; what that leaves unread is named in one
-// warning, for the first such line, with the value the run uses.
-TEST(Keywords, NumbersFollowedByTextAreNamedOnce)
-{
-    const auto warning_of = [](const std::string& block) {
-        const ScratchDir dir;
-        write_file("kelta.inp", "&transport\n" + block + "/\n");
-        KeltaInp k;
-        const Outcome o = capture([&] { k.read_kelta_inp("kelta.inp", false); });
-        EXPECT_EQ(o.out, "");
-        EXPECT_EQ(k.warnings.size(), o.err.empty() ? 0u : 1u);
-        return o.err;
-    };
-    EXPECT_EQ(warning_of("nsimu = abc\ntsimu = 1.0d3\nnei_scell = 2 2 2 x\nlat_cutoff = 4.5  ! cut-off\n"),
-              "WARNING: kelta.inp line 2: nsimu = abc is read as 0 (the text \"abc\" is no number); 2 more line(s) "
-              "hold numbers followed by text\n");
-    EXPECT_EQ(warning_of("  vector_a = 1 2 3 4\n"),
-              "WARNING: kelta.inp line 2: vector_a = 1 2 3 4 is read as 1 2 3 (the text \"4\" after the number is "
-              "ignored).\n");
-    EXPECT_EQ(warning_of("app_elec_F = 1e5 x\n"),
-              "WARNING: kelta.inp line 2: app_elec_F = 1e5 x is read as 100000 0 0 (the text \"x\" after the number "
-              "is ignored).\n");
-    // Short triples, comments, blanks and words are no such mistakes.
-    EXPECT_EQ(warning_of("vector_a = 1.0 2.0\nnsimu=100#x\ntsimu = 10 \ntemp = 300 ! K\nchargetype = h\n"), "");
-}

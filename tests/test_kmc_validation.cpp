@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <regex>
 #include <sstream>
 
 #include "test_support.h"
@@ -16,13 +15,6 @@ using namespace testsupport;
 namespace fs = std::filesystem;
 
 namespace {
-
-// A one-atom MOL file: a molecule at a point.
-std::string point_molecule(const Vec3& x)
-{
-    return strprintf("point\n  test\n\n  1  0  0  0  0  0  0  0  0  0999 V2000\n%10.4f%10.4f%10.4f C   0  0  0  0  0  0  0  0  0  0  0  0\nM  END\n",
-                     x[0], x[1], x[2]);
-}
 
 // The words of the first line of `file` that begins with `key`, after the key.
 std::vector<double> numbers_after(const std::string& file, const std::string& key, int occurrence = 1)
@@ -36,19 +28,6 @@ std::vector<double> numbers_after(const std::string& file, const std::string& ke
     }
     ADD_FAILURE() << "no line " << key << " in " << file;
     return {};
-}
-
-// Fills the template that kelta_kmc -pairs wrote: lambda and one V per class.
-void fill_couplings(const std::string& file, double lambda, const std::vector<std::string>& V, const std::string& extra = "")
-{
-    std::string text = std::regex_replace(read_file(file), std::regex("lambda_meV = NA"), "lambda_meV = " + std::to_string(lambda));
-    size_t at = 0;
-    for (const std::string& v : V) {
-        at = text.find("     NA\n", at);
-        ASSERT_NE(at, std::string::npos);
-        text.replace(at, 7, "     " + v);
-    }
-    write_file(file, text + extra);
 }
 
 struct Measured {
@@ -85,24 +64,13 @@ void expect_within_3_se(const std::string& what, double measured, double se, dou
     EXPECT_LE(std::fabs(z), 3.0) << what;
 }
 
-std::string kelta_inp(const std::string& structure, int nsimu, double tsimu, double tsnap, double cutoff,
-                      const std::string& extra = "")
+// The working directory tests/data/kmc/NAME (structure, kelta.inp, charge.inp
+// and the couplings), with more text of kelta.inp before its last line.
+void lay(const std::string& name, const std::string& more = "")
 {
-    return strprintf("&transport\n  %s\n  ratetype = marcus\n  nsimu = %d\n  tsimu = %g\n  tsnap = %g\n"
-                     "  lat_cutoff = %g\n  output_level = 0\n  seed = 2026\n%s/\n",
-                     structure.c_str(), nsimu, tsimu, tsnap, cutoff, extra.c_str());
-}
-
-// One point molecule in an orthorhombic cell of 5, 6 and 7 A: hops along a, b
-// and c only (the diagonals lie beyond the cut-off).
-void point_lattice(const std::string& field = "")
-{
-    write_file("m.mol", point_molecule({0, 0, 0}));
-    write_file("charge.inp", "h\n");
-    write_file("kelta.inp", kelta_inp("molecule = 1 m.mol\n  vector_a = 5 0 0\n  vector_b = 0 6 0\n  vector_c = 0 0 7",
-                                      2000, 50, 0.5, 7.5, field));
-    ASSERT_EQ(run_kmc({"-pairs"}).status, 0);
-    fill_couplings("kelta-marcus.dat", 180, {"40", "30", "20"});
+    fs::copy(fs::path(KELTA_TEST_DATA) / "kmc" / name, ".", fs::copy_options::recursive | fs::copy_options::overwrite_existing);
+    const std::string inp = read_file("kelta.inp");
+    write_file("kelta.inp", inp.substr(0, inp.rfind("/\n")) + more + "/\n");
 }
 
 }  // namespace
@@ -113,7 +81,7 @@ void point_lattice(const std::string& field = "")
 TEST(KmcValidation, OneMoleculePerCell)
 {
     const ScratchDir dir;
-    point_lattice();
+    lay("point_lattice");
     simulate_and_analyse({"-timeunit", "PS"});
     const double f = network::mobility_factor(300, 1e-12);
     const std::vector<double> expected = {f * network::marcus_rate(0.040, 0.180, 0, 300) * 1e-12 * 25,
@@ -132,13 +100,7 @@ TEST(KmcValidation, OneMoleculePerCell)
 TEST(KmcValidation, ChainWithACorrector)
 {
     const ScratchDir dir;
-    write_file("m1.mol", point_molecule({0, 0, 0}));
-    write_file("m2.mol", point_molecule({1.2, 0, 0}));
-    write_file("charge.inp", "e\n");
-    write_file("kelta.inp", kelta_inp("molecule = 2 m1.mol m2.mol\n  vector_a = 4 0 0\n  vector_b = 0 20 0\n  vector_c = 0 0 20",
-                                      2000, 0.2, 0.002, 3.0));
-    ASSERT_EQ(run_kmc({"-pairs"}).status, 0);
-    fill_couplings("kelta-marcus.dat", 180, {"40", "15"});
+    lay("chain");
     simulate_and_analyse({});
     const double f = network::mobility_factor(300, 1e-9);
     const double exact = f * 10926.7, naive = f * 14083.5;
@@ -157,7 +119,8 @@ TEST(KmcValidation, DemoCrystal)
 {
     const ScratchDir dir;
     fs::copy(fs::path(KELTA_TEST_DATA) / "cases/kmc_base/in", dir.path(), fs::copy_options::recursive);
-    write_file("kelta.inp", kelta_inp("crystal = naphthalene_like.cif", 2000, 100, 1, 4.0));
+    write_file("kelta.inp", "&transport\n  crystal = naphthalene_like.cif\n  ratetype = marcus\n  nsimu = 2000\n"
+                            "  tsimu = 100\n  tsnap = 1\n  output_level = 0\n  seed = 2026\n/\n");
     simulate_and_analyse({"-timeunit", "PS"});
     for (int k = 1; k <= 3; ++k) {
         const Measured m = measured_principal(k);
@@ -171,15 +134,14 @@ TEST(KmcValidation, DemoCrystal)
 TEST(KmcValidation, EinsteinRelationAtLowField)
 {
     const ScratchDir dir;
-    point_lattice();
+    lay("point_lattice");
     simulate_and_analyse({"-timeunit", "PS"});
     const std::vector<double> axes = numbers_after("mob_tensor.dat", "principal_1");  // value, then the axis
     ASSERT_NEAR(std::fabs(axes.at(1)), 1.0, 1e-2);  // the largest is along a = x
     const Measured diffusion = measured_principal(1);
     const double exact_diffusion = exact_principal(1);
 
-    write_file("kelta.inp", std::regex_replace(read_file("kelta.inp"), std::regex("  seed = 2026\n"),
-                                               "  seed = 2027\n  app_elec_F = 5e6 0 0\n"));
+    lay("point_lattice", "  seed = 2027\n  app_elec_F = 5e6 0 0\n");
     fs::remove_all("track");
     const Outcome o = run_kmc({"-timeunit", "PS"});
     ASSERT_EQ(o.status, 0) << o.out << o.err;

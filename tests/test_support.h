@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -148,6 +149,26 @@ private:
     std::filesystem::path at_;
     bool mounted_ = false;
 };
+
+// The working directory of the case kmc_base (the demo crystal and its
+// couplings) in `dir`, with 12 trajectories and the kelta.inp lines `more`.
+inline void lay_kmc_run(const std::filesystem::path& dir, const std::string& more = "")
+{
+    std::filesystem::create_directories(dir);
+    std::filesystem::copy(std::filesystem::path(KELTA_TEST_DATA) / "cases/kmc_base/in", dir,
+                          std::filesystem::copy_options::recursive);
+    const std::string inp = read_file(dir / "kelta.inp");
+    const size_t at = inp.find("  nsimu    = 3\n");
+    write_file(dir / "kelta.inp", inp.substr(0, at) + "  nsimu = 12\n" + more + inp.substr(at + 15));
+}
+
+// Every file of dir/track by name, with its text.
+inline std::map<std::string, std::string> track_files(const std::filesystem::path& dir)
+{
+    std::map<std::string, std::string> files;
+    for (const auto& e : std::filesystem::directory_iterator(dir / "track")) files[e.path().filename()] = read_file(e.path());
+    return files;
+}
 
 inline std::string fixture(const std::string& name) { return std::string(KELTA_TEST_DATA) + "/" + name; }
 inline std::string shared_file(const std::string& name) { return std::string(KELTA_SHARED_DATA) + "/" + name; }

@@ -7,12 +7,13 @@
 #   tools/deps.sh --ci [PKG...] everything and PKG..., through sudo when not root;
 #                               a failure to install ends with status 1
 #   tools/deps.sh --list        prints "required NAME" and "optional NAME" lines
+#   tools/deps.sh --check       compares the list with what is used (below); a
+#                               difference ends with status 1 (a test runs it)
 #
 # As root the missing packages are installed (apt-get update, then apt-get
 # install -y); otherwise the one command that installs them is printed and the
 # step goes on. Without the optional packages the demo draws no pictures and
-# the tests that need them skip; nothing fails for their absence. The test
-# Packages.ListMatchesWhatIsUsed keeps this list equal to what is used.
+# the tests that need them skip; nothing fails for their absence.
 set -euo pipefail
 
 required=(
@@ -32,9 +33,60 @@ optional=(
   groff-base          # the test that renders the manual pages
 )
 
+# What the project uses, and the package that provides it: the CMake packages
+# and include directories of the build (required), the programs the tests and
+# the demo run and the Python modules of the scripts (optional: what needs them
+# skips without them). An empty package is the compiler's or the C library's.
+declare -A provides=(
+  [find:OpenMP]=g++ [find:GTest]=libgtest-dev [find:Eigen3]=libeigen3-dev [find:nlohmann_json]=nlohmann-json3-dev
+  [find:Threads]= [include:gtest]=libgtest-dev [include:gmock]=libgtest-dev [include:Eigen]=libeigen3-dev
+  [include:nlohmann]=nlohmann-json3-dev [include:sys]= [include:bits]= [include:linux]=
+  [run:gnuplot]=gnuplot-nox [run:groff]=groff-base [run:/usr/bin/python3]=python3
+  [import:numpy]=python3-numpy [import:matplotlib]=python3-matplotlib [import:mpl_toolkits]=python3-matplotlib
+  [import:jsonschema]=python3-jsonschema)
+python_standard=" argparse collections csv glob io itertools json math os pathlib re shutil subprocess sys tempfile unittest "
+
+check() {
+  cd "$(dirname "$0")/.."
+  local -A need=([cmake]=required [make]=required [g++]=required)
+  local status=0 what package
+  use() {  # use KIND:NAME required|optional
+    if [ -z "${provides[$1]+set}" ]; then echo "deps: ${1#*:} is used: which Debian package provides it?"; status=1; return; fi
+    package=${provides[$1]}
+    [ -z "$package" ] || [ "${need[$package]:-}" = required ] || need[$package]=$2
+  }
+  # The sources, the tests and the demo; not the test data, not fuzz/ (only make
+  # fuzz builds it, with clang).
+  files() { find src tools tests bench demo -path tests/data -prune -o -type f \( -name '*.cpp' -o -name '*.h' -o -name '*.sh' -o -name '*.py' \) -print; }
+  for what in $(grep -ohE 'find_package\(\s*\w+' CMakeLists.txt | sed -E 's/find_package\(\s*//'); do use "find:$what" required; done
+  for what in $(files | xargs grep -hoE '^\s*#\s*include\s*<[^>/]+/' | sed -E 's/.*<//; s/\/$//' | sort -u); do
+    use "include:$what" required
+  done
+  for what in $({ files | grep -E '^(tests|demo)/' | xargs cat; cat CMakeLists.txt; } \
+                | grep -oE '(^|[^[:alnum:]_/.-])(gnuplot|groff|/usr/bin/python3)\b' | grep -oE '(gnuplot|groff|/usr/bin/python3)$' | sort -u); do
+    use "run:$what" optional
+  done
+  for what in $(files | xargs grep -hoE '(^|["'"'"'])\s*(import\s+[[:alnum:]_.]+|from\s+[[:alnum:]_.]+\s+import)' \
+                | sed -E 's/\s+import$//; s/.*(import|from)\s+//; s/\..*//' | sort -u); do
+    [[ $python_standard == *" $what "* ]] || use "import:$what" optional
+  done
+  for package in "${required[@]}" "${optional[@]}"; do
+    local listed=optional
+    for r in "${required[@]}"; do [ "$r" = "$package" ] && listed=required; done
+    if [ -z "${need[$package]:-}" ]; then echo "deps: $package is listed, and nothing uses it"; status=1
+    elif [ "${need[$package]}" != "$listed" ]; then echo "deps: $package is used as ${need[$package]}, listed as $listed"; status=1
+    fi
+    unset "need[$package]"
+  done
+  for package in "${!need[@]}"; do echo "deps: $package is used and not listed"; status=1; done
+  [ $status = 0 ] && echo "deps: the list is what the build, the tests and the demo use"
+  return $status
+}
+
 mode=all
 extra=()
 case "${1:-}" in
+  --check) check; exit ;;
   --list)
     printf 'required %s\n' "${required[@]}"
     printf 'optional %s\n' "${optional[@]}"
@@ -42,7 +94,7 @@ case "${1:-}" in
   --required) mode=required ;;
   --ci) mode=ci; shift; extra=("$@") ;;
   "") ;;
-  *) echo "usage: $0 [--required | --ci [PACKAGE...] | --list]" >&2; exit 2 ;;
+  *) echo "usage: $0 [--required | --ci [PACKAGE...] | --list | --check]" >&2; exit 2 ;;
 esac
 
 wanted=("${required[@]}")
