@@ -68,11 +68,6 @@ TEST(CheckedOutput, AFileAppearsWholeOrNotAtAll)
     EXPECT_EQ(directory.finish(), "Is a directory");
     OutputFile nowhere("missing/result.dat");
     EXPECT_EQ(nowhere.open_reason(), "No such file or directory");
-
-    const Outcome refused = capture([] { OutputFile f("taken", "mob_utils", 411); });
-    EXPECT_EQ(refused.status, -1);
-    EXPECT_EQ(refused.out, "\nERROR  transport : mob_utils : line 411 : \n");
-    EXPECT_EQ(refused.err, "Failed to open input file taken\n");
 }
 
 // A failed commit ends the run with the file's line and the system's reason,
