@@ -57,6 +57,23 @@ TEST(FileIODispatch, MoleculeModeReadsTheFilesIntoTheGivenCell)
     }
 }
 
+// A bent chain of three carbons, 1.4 A along x then along y: the ends are 1.98 A
+// apart, beyond the bond length of two carbons, so only when every coordinate of
+// both atoms enters each distance are the bonds 1-2 and 2-3 exactly.
+TEST(FileIOBonds, EveryCoordinateOfBothAtomsCounts)
+{
+    const ScratchDir dir;
+    const std::string atom = "    0.0000    0.0000    0.0000 C   0  0  0  0  0  0  0  0  0  0  0  0\n";
+    write_file("chain.mol", "bent chain\n\n\n  3  0  0  0  0  0  0  0  0  0999 V2000\n" + atom +
+                                std::string(atom).replace(4, 6, "1.4000") + std::string(atom).replace(4, 6, "1.4000").replace(14, 6, "1.4000") + "M  END\n");
+    FileIO f;
+    f.mol_input_mode = f.mol_count = 1;
+    f.mol_names = {"chain.mol"};
+    f.vec_a = {10, 0, 0}, f.vec_b = {0, 10, 0}, f.vec_c = {0, 0, 10};
+    capture([&] { f.read_crystal_strcuture_files(false, false); });
+    EXPECT_EQ(f.mol_bonds.at(0), (std::multimap<int, int>{{1, 2}, {2, 3}}));
+}
+
 TEST(FileIOLookups, ElementsCellAndSeeds)
 {
     FileIO f;

@@ -76,6 +76,7 @@ TEST(Keywords, EveryLayerAndKeywordReachesItsField)
     const KeltaInp fresh;
     expect_recorded(kData / "constructed.txt", dump(fresh));
     expect_recorded(kData / "defaults.txt", read_dump(""));
+    EXPECT_EQ(read_dump("&transport\napp_elec_F = 0 0 0\n/\n"), read_dump(""));  // a zero field, written out, is no field
     const std::string every = read_file(kData / "every_keyword.inp");
     expect_recorded(kData / "every_keyword.txt", read_dump(every));
     // The second spelling of a keyword sets the same field.
