@@ -48,13 +48,6 @@ constexpr int kLineDriftFile = 2230;
 constexpr int kLineTemperature = 2240;
 constexpr int kLineSlice = 2250;
 
-std::string program_name(const char* argv0)
-{
-    const std::string s = argv0 ? argv0 : "kelta_kmc";
-    const size_t cut = s.find_last_of("/\\");
-    return cut == std::string::npos ? s : s.substr(cut + 1);
-}
-
 struct Options {
     std::string config = "kelta.inp";
     double timeunit = 1e-9;
@@ -71,9 +64,8 @@ struct Options {
 
 long whole_number(const std::string& prog, const std::string& option, const char* text)
 {
-    char* end = nullptr;
-    const long v = std::strtol(text, &end, 10);
-    if (*text == '\0' || *end != '\0' || v < 0) usage_error(prog, option + " needs a whole number, not '" + text + "'");
+    long v = 0;
+    if (!parse_long(text, v) || v < 0) usage_error(prog, option + " needs a whole number, not '" + text + "'");
     return v;
 }
 
@@ -217,7 +209,7 @@ void run(const Options& o, const std::string& prog)
 
 int kelta_kmc_main(int argc, char** argv)
 {
-    const std::string prog = program_name(argc > 0 ? argv[0] : nullptr);
+    const std::string prog = program_name(argc > 0 ? argv[0] : nullptr, "kelta_kmc");
     try {
         run(parse_options(argc, argv, prog), prog);
     } catch (const RunExit& e) {

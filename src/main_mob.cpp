@@ -46,13 +46,6 @@ void print_help(const std::string& prog)
               << "\n";
 }
 
-std::string program_name(const char* argv0)
-{
-    const std::string s = argv0 ? argv0 : "kelta_mob";
-    const size_t cut = s.find_last_of("/\\");
-    return cut == std::string::npos ? s : s.substr(cut + 1);
-}
-
 struct RunOptions {
     std::string config = "kelta.inp";
     std::string trackdir = "track";
@@ -149,7 +142,7 @@ void run(const RunOptions& o, const RandomSeeds& seeds)
 
 int kelta_mob_main(int argc, char** argv, const RandomSeeds& seeds)
 {
-    const std::string prog = program_name(argv[0]);  // null when argc is 0
+    const std::string prog = program_name(argv[0], "kelta_mob");  // null when argc is 0
     try {
         run(parse_options(argc, argv, prog), seeds);
     } catch (const RunExit& e) {

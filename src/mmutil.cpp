@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cctype>
+#include <cerrno>
 #include <cstdarg>
 #include <cmath>
 #include <cstdlib>
@@ -77,6 +78,21 @@ bool read_line(std::FILE* f, std::string& line, int size)
     if (!std::fgets(buf.data(), size, f)) return false;
     line.assign(buf.data());
     return true;
+}
+
+bool parse_long(const std::string& text, long& v)
+{
+    char* end = nullptr;
+    errno = 0;
+    v = std::strtol(text.c_str(), &end, 10);
+    return !text.empty() && *end == '\0' && errno != ERANGE;
+}
+
+std::string program_name(const char* argv0, const char* fallback)
+{
+    const std::string s = argv0 ? argv0 : fallback;
+    const size_t cut = s.find_last_of("/\\");
+    return cut == std::string::npos ? s : s.substr(cut + 1);
 }
 
 bool file_exists(const char* name)

@@ -64,6 +64,12 @@ bool is_regular_file(const std::string& name);
 bool read_line(std::FILE* f, std::string& line, int size);
 
 bool file_exists(const char* name);
+
+// Whether all of `text` is one decimal integer that a long holds; then v is it.
+bool parse_long(const std::string& text, long& v);
+
+// The last component of argv[0], for messages; `fallback` when there is none.
+std::string program_name(const char* argv0, const char* fallback);
 int create_directory(const char* path);
 
 // ---------------------------------------------------------------- checked output

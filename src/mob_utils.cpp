@@ -398,7 +398,7 @@ void Mobutils::mob_direction_a_b_c(const RandomSeeds& seeds)
     read_temp_inp(kModule, kLineTemperature);
     if (flag_binfo) std::cout << "  temp = " << temp << "\n";
     const int n = std::max(nsimu, 0);
-    const double f1 = 1e-16 / ((0.0001724 * temp) * get_track_timeunit());
+    const double f1 = mobility_per_slope();
     const mob_engine::SlopeWeights weights(track_time.data(), ntime);
     std::vector<double> mean, slopes;
     for (const char* axis : {"a", "b", "c"}) {

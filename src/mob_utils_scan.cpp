@@ -100,7 +100,7 @@ void check_direction_count(double count, double step, int line)
 
 mob_engine::ScanEngine engine_for(const Mobutils& m, const RandomSeeds& seeds)
 {
-    const double factor = 1e-16 / ((0.0001724 * m.temp) * m.get_track_timeunit());
+    const double factor = m.mobility_per_slope();
     return mob_engine::ScanEngine(
         {m.track_x, m.track_y, m.track_z, m.track_time.data(), std::max(m.nsimu, 0), m.ntime, m.nsamp, factor},
         seeds.scan);

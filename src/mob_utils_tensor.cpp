@@ -181,7 +181,7 @@ void Mobutils::mob_tensor(const RandomSeeds& seeds)
 {
     std::cout << "Treating mob_tensor..." << "\n";
     const int n = std::max(nsimu, 0), half = ntime / 2;
-    const double f1 = 1e-16 / ((0.0001724 * temp) * get_track_timeunit()), f3 = f1 / ndim;
+    const double f1 = mobility_per_slope(), f3 = f1 / ndim;
     const mob_engine::ScanEngine engine({track_x, track_y, track_z, track_time.data(), n, ntime, nsamp, f1}, {});
     const std::vector<Form>& slopes = engine.slope_tensors();
     const std::vector<double> r2_all = r2_slopes(*this, 0, ntime), r2_first = r2_slopes(*this, 0, half),

@@ -106,10 +106,6 @@ Exact solve_exact(int molecules, const std::vector<Hop>& hops);
 // exact only when every molecule's hops cancel; for comparisons.
 Mat3 naive_diffusion(const std::vector<double>& pi, const std::vector<Hop>& hops);
 
-// Diffusion (Angstrom^2 per time unit) to mobility (cm^2/(V s)), as kelta_mob
-// converts a mean-square-displacement slope 2 D.
-double mobility_factor(double temp, double timeunit);
-
 // ------------------------------------------------ reports
 // The rates table of -rates and kmc_rates.dat; `label` names the time unit.
 std::string rates_table(const Transport& t, const Couplings& c, const std::vector<Hop>& hops, bool quantum,

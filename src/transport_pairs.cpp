@@ -107,10 +107,10 @@ bool number(const std::string& token, double& v)
 
 bool integer(const std::string& token, int& v)
 {
-    char* end = nullptr;
-    const long l = std::strtol(token.c_str(), &end, 10);
+    long l = 0;
+    const bool whole = parse_long(token, l);
     v = static_cast<int>(l);
-    return !token.empty() && *end == '\0' && l == v;
+    return whole && l == v;
 }
 
 }  // namespace

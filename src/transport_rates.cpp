@@ -95,9 +95,4 @@ void assign_rates(const Transport& t, const Couplings& c, std::vector<Hop>& hops
         if (!moves[m]) fatal(kModule, kLineNoHop, 1, strprintf(kNoHop, m + 1));
 }
 
-double mobility_factor(double temp, double timeunit)
-{
-    return 2.0 * 1e-16 / (0.0001724 * temp * timeunit);
-}
-
 }  // namespace network

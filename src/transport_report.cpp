@@ -51,6 +51,7 @@ double dot(const Vec3& a, const Vec3& b) { return a[0] * b[0] + a[1] * b[1] + a[
 
 // Angstrom per time unit to cm/s.
 double cm_per_s(const Transport& t) { return 1e-8 / t.get_track_timeunit(); }
+Vec3 in_cm_per_s(const Transport& t, const Vec3& v) { return {v[0] * cm_per_s(t), v[1] * cm_per_s(t), v[2] * cm_per_s(t)}; }
 
 // A velocity (cm/s) along the field over the field (V/cm): a mobility.
 double along_field(const Vec3& v_cm_s, const Vec3& field) { return dot(v_cm_s, field) / (squared_length(field) / 100.0); }
@@ -69,7 +70,7 @@ std::string rates_table(const Transport& t, const Couplings& c, const std::vecto
 
 std::string exact_report(const Transport& t, const Exact& e, const std::vector<Hop>& hops)
 {
-    const double f = mobility_factor(t.temp, t.get_track_timeunit());
+    const double f = 2.0 * t.mobility_per_slope();  // D = slope / 2
     const Mat3 mu = scaled(e.D, f);
     Vec3 value, naive_value;
     Mat3 axes, naive_axes;
@@ -90,7 +91,7 @@ std::string exact_report(const Transport& t, const Exact& e, const std::vector<H
     for (int c = 0; c < 3; ++c) s += strprintf("naive_%d     %14.6e\n", c + 1, naive_value[c]);
     if (t.get_appE_flag()) {
         const Vec3 field = applied_field(t);
-        const Vec3 v = {e.drift[0] * cm_per_s(t), e.drift[1] * cm_per_s(t), e.drift[2] * cm_per_s(t)};
+        const Vec3 v = in_cm_per_s(t, e.drift);
         s += strprintf("# drift under the field F = %g %g %g V/m (Cartesian)\n", field[0], field[1], field[2]);
         s += strprintf("drift_velocity_cm_s %14.6e %14.6e %14.6e\n", v[0], v[1], v[2]);
         s += strprintf("drift_mobility %14.6e   (v.F / |F|^2, cm^2/(V s))\n", along_field(v, field));
@@ -125,8 +126,7 @@ Drift measured_drift(const Transport& t, const Exact& e, const std::vector<Vec3>
     d.velocity_se = {se[0], se[1], se[2]};
     d.mobility = mean[3];
     d.mobility_se = se[3];
-    const Vec3 exact_v = {e.drift[0] * cm_per_s(t), e.drift[1] * cm_per_s(t), e.drift[2] * cm_per_s(t)};
-    d.exact_mobility = along_field(exact_v, d.field);
+    d.exact_mobility = along_field(in_cm_per_s(t, e.drift), d.field);
     return d;
 }
 
