@@ -160,7 +160,10 @@ TensorReport::Subset first_trajectories(const std::vector<double>& slopes, int n
     double sum = 0.0, ss = 0.0;
     for (int j = 0; j < n; ++j) sum += f3 * slopes[static_cast<size_t>(j)];
     const double mob = sum / n;
-    for (int j = 0; j < n; ++j) ss += (f3 * slopes[static_cast<size_t>(j)] - mob) * (f3 * slopes[static_cast<size_t>(j)] - mob);
+    for (int j = 0; j < n; ++j) {
+        const double d = f3 * slopes[static_cast<size_t>(j)] - mob;
+        ss += d * d;
+    }
     return {n, mob, n > 1 ? std::sqrt(ss / (n - 1.0) / n) : NAN};
 }
 

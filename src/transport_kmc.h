@@ -20,9 +20,9 @@ class TrackWriter {
 public:
     TrackWriter(const std::string& name, const std::string& time_label);  // label "ns" or "ps"
     bool open() const { return out_.open(); }
-    std::string open_reason() const { return out_.open_reason(); }
     void row(double t, const Vec3& x, long long hops);
-    std::string finish() { return out_.finish(); }  // empty, or why the file is not complete
+    // Empty, or why the file is not complete (could not be created, written or renamed).
+    std::string finish() { return out_.finish(); }
 
 private:
     OutputFile out_;

@@ -74,7 +74,7 @@ SimulationResult simulate(const Walk& walk, const Simulation& s)
                         out.row(static_cast<double>(k) * s.tsnap, x, n);
                         if (k == s.rows - 1) r.final_x[j] = x;
                     });
-                failure[j] = out.open() ? out.finish() : out.open_reason();
+                failure[j] = out.finish();
             } catch (const std::bad_alloc&) {
                 out_of_memory.store(true, std::memory_order_relaxed);
             }

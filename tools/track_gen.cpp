@@ -115,7 +115,7 @@ void write_tracks(const Settings& s, const std::string& dir)
                     }
                 out.row(static_cast<double>(t) * s.tsnap, x, steps);
             }
-            failure[j] = out.open() ? out.finish() : out.open_reason();
+            failure[j] = out.finish();
         } catch (const std::bad_alloc&) {
             out_of_memory.store(true, std::memory_order_relaxed);
         }
