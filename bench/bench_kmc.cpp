@@ -19,7 +19,7 @@
 
 #include "../tests/test_kmc_oracle.h"
 #include "bench_support.h"
-#include "transport_kmc.h"
+#include "hopping_walk.h"
 
 namespace fs = std::filesystem;
 using namespace benchsupport;

@@ -3,7 +3,7 @@
 #include <cmath>
 
 #include "fuzz_support.h"
-#include "transport_network.h"
+#include "hopping_network.h"
 
 namespace {
 

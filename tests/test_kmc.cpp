@@ -8,7 +8,7 @@
 
 #include "test_support.h"
 #include "test_kmc_oracle.h"
-#include "transport_kmc.h"
+#include "hopping_walk.h"
 
 using namespace testsupport;
 namespace fs = std::filesystem;
@@ -177,7 +177,7 @@ TEST(KmcTracks, TheRoomCheckCountsWholeBlocks)
     if (!disk.mounted()) GTEST_SKIP() << "cannot mount a tmpfs here (root only)";
     const std::string at = (dir.path() / "disk").string();
     const auto refused = [&](long files, long rows, double other = 0) {
-        return capture([&] { kmc::check_room(at, files, rows, other); }).status == 1;
+        return capture([&] { tracks::check_room(at, files, rows, other); }).status == 1;
     };
     EXPECT_FALSE(refused(16, 41));
     EXPECT_TRUE(refused(17, 41));

@@ -6,7 +6,7 @@
 #include <cmath>
 #include <vector>
 
-#include "transport_kmc.h"
+#include "hopping_walk.h"
 
 namespace kmcoracle {
 

@@ -9,7 +9,7 @@
 #include <sstream>
 
 #include "test_support.h"
-#include "transport_network.h"
+#include "hopping_network.h"
 
 using namespace testsupport;
 namespace fs = std::filesystem;

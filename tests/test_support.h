@@ -122,14 +122,15 @@ inline Outcome shell(const std::string& command)
     return r;
 }
 
-// A tmpfs of `size` (as mount takes it: "4m") mounted on an empty directory for
-// the life of the object; mounting needs root.
+// A tmpfs of `size` (as mount takes it: "4m") and 1000 files, so that the free
+// counts a message prints do not depend on the machine, mounted on an empty
+// directory for the life of the object; mounting needs root.
 class SmallDisk {
 public:
     SmallDisk(const std::filesystem::path& at, const std::string& size) : at_(at)
     {
         std::filesystem::create_directories(at_);
-        mounted_ = mount("tmpfs", at_.c_str(), "tmpfs", 0, ("size=" + size).c_str()) == 0;
+        mounted_ = mount("tmpfs", at_.c_str(), "tmpfs", 0, ("size=" + size + ",nr_inodes=1000").c_str()) == 0;
     }
     ~SmallDisk()
     {

@@ -1,6 +1,6 @@
 #include "track_gen.h"
 
-#include "transport_kmc.h"
+#include "tracks.h"
 
 #include <atomic>
 #include <filesystem>
@@ -89,8 +89,8 @@ Mat3 diffusion_tensor(const Settings& s)
 void write_tracks(const Settings& s, const std::string& dir)
 {
     std::filesystem::create_directories(dir + "/track");
-    const long rows = kmc::track_rows(s.tsimu, s.tsnap);
-    kmc::check_room(dir + "/track", s.nsimu, rows);
+    const long rows = tracks::track_rows(s.tsimu, s.tsnap);
+    tracks::check_room(dir + "/track", s.nsimu, rows);
     std::vector<Vec3> r;
     for (const Hop& h : s.hops) r.push_back(displacement(s, h));
     std::vector<std::string> failure(static_cast<size_t>(std::max(s.nsimu, 0)));  // why a file is not complete
@@ -103,7 +103,7 @@ void write_tracks(const Settings& s, const std::string& dir)
             std::mt19937_64 gen(seq);
             std::vector<std::poisson_distribution<long>> count;
             for (const Hop& h : s.hops) count.emplace_back(h.rate * s.tsnap);
-            kmc::TrackWriter out(kmc::track_file_name(dir, j + 1), "ns");
+            tracks::TrackWriter out(tracks::track_file_name(dir, j + 1), "ns");
             Vec3 x{};
             long long steps = 0;
             for (long t = 0; t < rows && out.open(); ++t) {
@@ -123,7 +123,7 @@ void write_tracks(const Settings& s, const std::string& dir)
     if (out_of_memory.load()) throw std::bad_alloc();
     for (int j = 0; j < s.nsimu; ++j)
         if (!failure[j].empty())
-            fatal_plain(1, "", "kelta_tracks: cannot write " + kmc::track_file_name(dir, j + 1) + ": " + failure[j] + "\n");
+            fatal_plain(1, "", "kelta_tracks: cannot write " + tracks::track_file_name(dir, j + 1) + ": " + failure[j] + "\n");
 }
 
 }  // namespace track_gen

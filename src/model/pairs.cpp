@@ -9,7 +9,7 @@
 #include <map>
 #include <sstream>
 
-#include "transport_network.h"
+#include "pairs.h"
 
 namespace network {
 

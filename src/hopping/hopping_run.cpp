@@ -7,7 +7,7 @@
 #include <chrono>
 #include <cstdio>
 
-#include "transport_kmc.h"
+#include "hopping_walk.h"
 
 namespace kmc {
 
@@ -68,7 +68,7 @@ SimulationResult simulate(const Walk& walk, const Simulation& s)
             try {  // nothing may leave the parallel region
                 const long number = s.first + j;
                 Random rng(s.seed, static_cast<std::uint64_t>(number));
-                TrackWriter out(track_file_name(s.dir, number), s.time_label);
+                tracks::TrackWriter out(tracks::track_file_name(s.dir, number), s.time_label);
                 if (out.open())
                     hops += walk.run(rng, s.rows, s.tsnap, [&](long k, const Vec3& x, long long n) {
                         out.row(static_cast<double>(k) * s.tsnap, x, n);
@@ -89,7 +89,7 @@ SimulationResult simulate(const Walk& walk, const Simulation& s)
     for (long j = 0; j < s.count; ++j)
         if (!failure[j].empty())
             fatal(kModule, kLineTrackWrite, -1, "",
-                  strprintf(kTrackFailed, track_file_name(s.dir, s.first + j).c_str(), failure[j].c_str()));
+                  strprintf(kTrackFailed, tracks::track_file_name(s.dir, s.first + j).c_str(), failure[j].c_str()));
     return r;
 }
 

@@ -9,7 +9,7 @@
 
 #include <vector>
 
-#include "transport_network.h"
+#include "hopping_network.h"
 
 namespace network {
 

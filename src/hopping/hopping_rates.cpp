@@ -3,7 +3,7 @@
 #include <cmath>
 #include <numbers>
 
-#include "transport_network.h"
+#include "hopping_network.h"
 
 namespace network {
 

@@ -4,7 +4,7 @@
 
 #include <cmath>
 
-#include "transport_network.h"
+#include "hopping_network.h"
 
 namespace network {
 

@@ -13,7 +13,7 @@
 #include <new>
 #include <string>
 
-#include "transport_kmc.h"
+#include "hopping_walk.h"
 
 namespace {
 
@@ -127,7 +127,7 @@ kmc::Simulation plan(const Transport& t, const Options& o)
     if (!(t.tsnap > 0.0 && t.tsimu >= 0.0 && t.tsimu / t.tsnap < 1e9))
         fatal("transport", kLineSlice, 1,
               strprintf("tsimu = %g and tsnap = %g give no usable number of snapshots\n", t.tsimu, t.tsnap));
-    s.rows = kmc::track_rows(t.tsimu, t.tsnap);
+    s.rows = tracks::track_rows(t.tsimu, t.tsnap);
     s.tsnap = t.tsnap;
     s.time_label = o.label;
     s.progress = isatty(STDERR_FILENO);
@@ -168,7 +168,7 @@ void run(const Options& o, const std::string& prog)
     const kmc::Simulation s = plan(t, o);
     // Nothing is written unless every file fits: the side files (the drift file
     // is smaller than the report) and the tracks.
-    kmc::check_room(".", s.count, s.rows, 2.0 * static_cast<double>(report.size()) + static_cast<double>(table.size()));
+    tracks::check_room(".", s.count, s.rows, 2.0 * static_cast<double>(report.size()) + static_cast<double>(table.size()));
     if (o.jobscript >= 0) {
         if (o.first > 0 || o.count >= 0 || o.jobscript < 1 || o.jobscript > t.nsimu)
             fatal("transport", kLineSlice, 1,

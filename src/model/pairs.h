@@ -1,0 +1,72 @@
+// Pairs of neighbouring molecules as hops, grouped into classes of equivalent
+// pairs that share one coupling, and the couplings file the user (or the
+// quantum-chemistry stage) fills: the model that the hopping simulation and the
+// coupling calculations both read.
+#pragma once
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "transport.h"
+
+namespace network {
+
+using Cell = std::array<int, 3>;
+
+// One hop of a molecule of the cell to a neighbour: molecule `to` of the cell
+// shifted by `cell`. Every hop has its reverse in the list (to -> from, -cell).
+struct Hop {
+    int from = 0, to = 0;  // molecules of the cell, from 0
+    Cell cell{};           // lattice translation of `to`, in cell vectors
+    Vec3 r{};              // centre of `to` (shifted) minus centre of `from`, Angstrom
+    double d_min = 0;      // closest atoms of the two molecules, Angstrom
+    int pair_class = 0;    // from 0
+    double dG = 0;         // free energy change, eV; set by assign_rates
+    double rate = 0;       // per track time unit; set by assign_rates
+};
+
+// Pairs that a lattice translation, the exchange of the two molecules or any
+// rigid motion of the crystal maps onto each other: they share one coupling.
+struct PairClass {
+    int rep = 0;     // the representative hop, an index into the hop list
+    int hops = 0;    // hops of the cell's molecules in the class
+};
+
+// The neighbour list of a structure as hops, and their classes.
+struct Pairs {
+    std::vector<Hop> hops;           // [hops] molecule by molecule, each by centre distance
+    std::vector<PairClass> classes;  // [classes] by distance of the representative's centres
+};
+
+// Two pairs are one class when their sorted lists of interatomic distances
+// agree entry by entry within this many Angstrom.
+constexpr double kSameDistance = 1e-3;
+
+// The hops of the neighbour list that t has built (build_neighbor_list), with
+// centre vectors from the molecules' centres of mass, grouped into classes.
+Pairs find_pairs(const Transport& t);
+
+// ------------------------------------------------ the couplings file
+// What the user gives per class and per molecule, in meV. A value the file
+// leaves as NA is not a number.
+struct Couplings {
+    std::string file;
+    double lambda_meV = 0;          // reorganisation energy
+    double hw_meV = 0, huang_rhys = 0;  // the effective high-frequency mode (quantum rates)
+    std::vector<double> V_meV;      // [classes] transfer integral
+    std::vector<int> V_line;        // [classes] line of the file that gives it
+    std::vector<double> site_meV;   // [molecules] site energy, 0 unless given
+};
+
+// Writes the couplings template for the pairs: lambda (and the mode for quantum
+// rates) and one line per class, all NA, then every hop with its class as
+// comments. Refuses (status 1) to replace an existing file.
+void write_couplings_template(const Transport& t, const Pairs& pairs, const std::string& file, bool quantum);
+
+// Reads a couplings file written for these pairs; ends the run (status 1) on a
+// line it cannot read, on classes that are not those of the structure, and on
+// values that are missing (NA) or not physical.
+Couplings read_couplings(const std::string& file, const Pairs& pairs, int molecules, bool quantum);
+
+}  // namespace network
