@@ -61,7 +61,7 @@ void load(Network& n, const fs::path& dir)
     n.t.read_charge_inp();
     const network::Pairs p = network::find_pairs(n.t);
     if (!fs::exists(n.t.kelta_dat_file)) {
-        network::write_couplings_template(n.t, p, n.t.kelta_dat_file, false);
+        network::write_couplings_template(n.t, p, n.t.kelta_dat_file, RateModel::marcus);
         std::istringstream in(read_text(n.t.kelta_dat_file));
         std::string filled;
         for (std::string line; std::getline(in, line);) {
@@ -75,9 +75,10 @@ void load(Network& n, const fs::path& dir)
         }
         write_text(n.t.kelta_dat_file, filled);
     }
-    const network::Couplings c = network::read_couplings(n.t.kelta_dat_file, p, n.t.mol_count, false);
+    n.t.rate_model = RateModel::marcus;
+    const network::Couplings c = network::read_couplings(n.t.kelta_dat_file, p, n.t.mol_count, RateModel::marcus);
     n.hops = p.hops;
-    network::assign_rates(n.t, c, n.hops, false);
+    network::assign_rates(network::run_conditions(n.t), c, n.t.mol_count, n.hops);
     n.exact = network::solve_exact(n.t.mol_count, n.hops);
 }
 
@@ -99,8 +100,10 @@ long long walk_all(const Walk& w, long count, long rows, double tsnap, int threa
 
 void compare_walks(const char* title, const Network& n, long count, long rows, double tsnap)
 {
-    const kmc::Walk fast(n.t, n.hops, n.exact.pi);
-    const kmcoracle::StraightWalk straight(n.t, n.hops, n.exact.pi);
+    std::vector<Vec3> centres;
+    for (int m = 0; m < n.t.mol_count; ++m) centres.push_back(vec3_at(n.t.mol_com, static_cast<size_t>(m)));
+    const kmc::Walk fast(n.t.latt, centres, n.hops, n.exact.pi, units::kPicosecond);
+    const kmcoracle::StraightWalk straight(n.t.mol_count, n.hops, n.exact.pi, units::kPicosecond);
     long long hf = 0, hs = 0;
     const double tf = median_time(3, [&] { hf = walk_all(fast, count, rows, tsnap, 1); });
     const double ts = median_time(3, [&] { hs = walk_all(straight, count, rows, tsnap, 1); });

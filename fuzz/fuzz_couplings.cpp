@@ -32,9 +32,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size)
 {
     static const network::Pairs pairs = demo_pairs();
     const std::string path = fuzzsupport::as_file(data, size, ".dat");
-    for (const bool quantum : {false, true}) {
+    for (const RateModel model : {RateModel::marcus, RateModel::quantum}) {
+        const bool quantum = model == RateModel::quantum;
         try {
-            const network::Couplings c = network::read_couplings(path, pairs, 2, quantum);
+            const network::Couplings c = network::read_couplings(path, pairs, 2, model);
             for (const double v : c.V_meV) {
                 const double dG = (c.site_meV[1] - c.site_meV[0]) * 1e-3;
                 const double k = quantum ? network::mlj_rate(v * 1e-3, c.lambda_meV * 1e-3, dG, 300, c.hw_meV * 1e-3,

@@ -50,7 +50,7 @@ TEST(KmcRates, MarcusAndOneModeAgainstWorkedNumbers)
     EXPECT_NEAR(flat / network::marcus_rate(0.040, 1e3, -1e3, 1e9), 1.0, 1e-9);
     // Marcus rates keep detailed balance: forward and backward differ by exp(-dG / kT).
     // (The frozen mode of the one-mode rates only gives energy away, so they do not.)
-    const double kt = network::kBoltzmann * 300;
+    const double kt = units::kBoltzmann * 300;
     EXPECT_NEAR(network::marcus_rate(0.03, 0.1, -0.03, 300) / network::marcus_rate(0.03, 0.1, 0.03, 300),
                 std::exp(0.03 / kt), 1e-12 * std::exp(0.03 / kt));
 }
@@ -125,18 +125,15 @@ TEST(KmcTracks, SameSeedSameBytesOverThreadsAndSlices)
 // their statistical errors.
 TEST(KmcWalk, FastAndStraightforwardWalksAgree)
 {
-    Transport t;
-    t.mol_count = 2;
-    t.latt = {{{4, 0, 0}, {0, 20, 0}, {0, 0, 20}}};
-    t.mol_com = {0, 0, 0, 1.2, 0, 0};
+    const Mat3 latt = {{{4, 0, 0}, {0, 20, 0}, {0, 0, 20}}};
     const double k1 = 11.07845, k2 = 1.557908;  // per ps
     std::vector<network::Hop> chain = {hop(0, 1, {1.2, 0, 0}, k1), hop(1, 0, {-1.2, 0, 0}, k1),
                                        hop(1, 0, {2.8, 0, 0}, k2), hop(0, 1, {-2.8, 0, 0}, k2)};
     chain[2].cell = {1, 0, 0};
     chain[3].cell = {-1, 0, 0};
     const std::vector<double> pi = {0.5, 0.5};
-    const kmc::Walk fast(t, chain, pi);
-    const kmcoracle::StraightWalk straight(t, chain, pi);
+    const kmc::Walk fast(latt, {{0, 0, 0}, {1.2, 0, 0}}, chain, pi, 1.0);  // rates per time unit
+    const kmcoracle::StraightWalk straight(2, chain, pi, 1.0);
     constexpr int kRuns = 4000;
     constexpr long kRows = 11;
     constexpr double kSnap = 2.0;  // 20 ps

@@ -12,10 +12,14 @@ namespace kmcoracle {
 
 class StraightWalk {
 public:
-    StraightWalk(const Transport& t, const std::vector<network::Hop>& hops, const std::vector<double>& pi)
-        : pi_(pi), from_(static_cast<size_t>(t.mol_count))
+    // Rates per second, walked in time units of `unit` seconds.
+    StraightWalk(int molecules, const std::vector<network::Hop>& hops, const std::vector<double>& pi, double unit)
+        : pi_(pi), from_(static_cast<size_t>(molecules))
     {
-        for (const network::Hop& h : hops) from_[h.from].push_back(h);
+        for (network::Hop h : hops) {
+            h.rate *= unit;
+            from_[h.from].push_back(h);
+        }
     }
 
     // As kmc::Walk::run: row(k, position, hops) for every snapshot.

@@ -82,7 +82,7 @@ int main(int argc, char** argv)
         const Mat3 d = track_gen::diffusion_tensor(s);
         print_tensor("diffusion tensor D, Angstrom^2 per time unit (Cartesian axes):", d);
         // mu = (e / kT) D, as kelta_mob converts a mean-square-displacement slope 2 D.
-        const double f = 2.0 * 1e-16 / (0.0001724 * temp * unit);
+        const double f = 2.0 * units::mobility_per_slope(temp, unit);
         Mat3 mu{};
         for (int i = 0; i < 3; ++i)
             for (int j = 0; j < 3; ++j) mu[i][j] = f * d[i][j];

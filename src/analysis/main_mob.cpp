@@ -4,7 +4,8 @@
 #include <cstring>
 #include <exception>
 #include <iostream>
-#include <new>
+#include <optional>
+#include <string_view>
 #include <string>
 
 #include "main_mob.h"
@@ -49,7 +50,7 @@ void print_help(const std::string& prog)
 struct RunOptions {
     std::string config = "kelta.inp";
     std::string trackdir = "track";
-    double timeunit = 1e-9;
+    double timeunit = units::kNanosecond;
     double angle_delta = 10.0;
     bool binfo = false;
     bool tensor = false;
@@ -89,14 +90,13 @@ RunOptions parse_options(int argc, char** argv, const std::string& prog)
             std::printf(" trackdir is '%s'\n", o.trackdir.c_str());
         } else if (is_option(arg, "-timeunit")) {
             const char* unit = value(i, "-timeunit");
-            if (std::strncmp(unit, "PS", 2) == 0) {
-                o.timeunit = 1e-12;
-            } else if (std::strncmp(unit, "NS", 2) == 0) {
-                o.timeunit = 1e-9;
-            } else {
+            // Only the first two letters count: -timeunit PSEC is ps.
+            const std::optional<units::TimeUnit> u = units::time_unit_named(std::string_view(unit).substr(0, 2));
+            if (!u) {
                 std::printf(" Unknown time unit string, can only be 'PS' or 'NS'\n");
                 end_run(0);
             }
+            o.timeunit = u->seconds;
             std::printf(" timeunit is '%s'\n", unit);
         } else if (is_option(arg, "-deltaa")) {
             o.angle_delta = std::atof(value(i, "-deltaa"));
@@ -143,18 +143,7 @@ void run(const RunOptions& o, const RandomSeeds& seeds)
 int kelta_mob_main(int argc, char** argv, const RandomSeeds& seeds)
 {
     const std::string prog = program_name(argv[0], "kelta_mob");  // null when argc is 0
-    try {
-        run(parse_options(argc, argv, prog), seeds);
-    } catch (const RunExit& e) {
-        std::fflush(stdout);
-        return e.status();
-    } catch (const std::exception& e) {  // memory, the one thing the library may still refuse
-        std::fflush(stdout);
-        const bool memory = dynamic_cast<const std::bad_alloc*>(&e) != nullptr;
-        std::fprintf(stderr, "%s: %s\n", prog.c_str(), memory ? "out of memory for the requested arrays" : e.what());
-        return -1;
-    }
-    return 0;
+    return run_program(prog, [&] { run(parse_options(argc, argv, prog), seeds); });
 }
 
 #ifndef KELTA_MOB_NO_MAIN

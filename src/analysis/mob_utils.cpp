@@ -378,7 +378,7 @@ void Mobutils::mob_average(const RandomSeeds& seeds)
         for (int t = 0; t < ntime; ++t) mean[t] += track_r2[j][t];
     for (double& m : mean) m /= nsimu;
     if (output_level & 4) write_aver_track("aver_track.dat", kLineAverTrack, track_time, mean);
-    const double f = 1e-16 / (((0.0001724 * temp) * get_track_timeunit()) * static_cast<double>(ndim));
+    const double f = units::mobility_per_slope(temp, get_track_timeunit(), ndim);
     if (flag_binfo)
         std::cout << "  nsimu = " << nsimu << "\n" << "  nsamp = " << nsamp << "\n" << "  ntime = " << ntime << "\n";
     const mob_engine::SlopeWeights weights(track_time.data(), ntime);

@@ -60,15 +60,10 @@ const std::array<Plane, 3> kPlanes = {{
      }},
 }};
 
-double radians(double degrees)
-{
-    return degrees * kPi / 180.0;
-}
-
 // Unit vector for polar angle phai (from +z) and azimuth thet (from +x towards +y).
 Vec3 sphere_direction(double sin_phai, double cos_phai, double thet)
 {
-    const double t = radians(thet);
+    const double t = units::radians(thet);
     return {sin_phai * std::cos(t), sin_phai * std::sin(t), cos_phai};
 }
 
@@ -131,7 +126,7 @@ void Mobutils::mob_plane_xy_xz_yz(const RandomSeeds& seeds)
             OutputFile f(data, kModule, plane.open_line);
             std::vector<Vec3> dirs;
             for (int i = 0; i <= last; ++i) {
-                const double rad = radians(i * step);
+                const double rad = units::radians(i * step);
                 dirs.push_back(plane.dir(std::cos(rad), std::sin(rad)));
             }
             std::vector<double> mob, err;
@@ -170,7 +165,7 @@ void Mobutils::mob_direction_all(const RandomSeeds& seeds)
         std::vector<Vec3> dirs;
         for (int i = 0; i <= last_phai; ++i) {
             const bool pole = i == last_phai || i == 0;
-            const double rad = radians(i == last_phai ? 180.0 : i * step);
+            const double rad = units::radians(i == last_phai ? 180.0 : i * step);
             for (int j = 0; j <= (pole ? 0 : last_thet); ++j)
                 dirs.push_back(sphere_direction(std::sin(rad), std::cos(rad), j * step));
         }

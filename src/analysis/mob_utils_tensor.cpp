@@ -27,45 +27,6 @@ Mat3 as_matrix(const Form& f)
     return {{{f[0], f[3], f[4]}, {f[3], f[1], f[5]}, {f[4], f[5], f[2]}}};
 }
 
-// Eigenvalues (descending) and unit eigenvectors (columns) of a symmetric matrix,
-// by plane rotations that zero one off-diagonal entry at a time.
-void eigen(Mat3 a, Vec3& value, Mat3& vector)
-{
-    vector = Mat3{{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
-    for (int sweep = 0; sweep < 50; ++sweep) {
-        const double off = a[0][1] * a[0][1] + a[0][2] * a[0][2] + a[1][2] * a[1][2];
-        if (!(off > 1e-300)) break;
-        for (const auto& [p, q] : {std::pair{0, 1}, {0, 2}, {1, 2}}) {
-            if (a[p][q] == 0.0) continue;
-            const double theta = (a[q][q] - a[p][p]) / (2.0 * a[p][q]);
-            const double t = (theta >= 0 ? 1.0 : -1.0) / (std::fabs(theta) + std::sqrt(theta * theta + 1.0));
-            const double c = 1.0 / std::sqrt(t * t + 1.0), s = t * c;
-            for (int k = 0; k < 3; ++k) {  // a = J^T a J, v = v J
-                const double akp = a[k][p], akq = a[k][q];
-                a[k][p] = c * akp - s * akq;
-                a[k][q] = s * akp + c * akq;
-            }
-            for (int k = 0; k < 3; ++k) {
-                const double apk = a[p][k], aqk = a[q][k];
-                a[p][k] = c * apk - s * aqk;
-                a[q][k] = s * apk + c * aqk;
-            }
-            for (int k = 0; k < 3; ++k) {
-                const double vkp = vector[k][p], vkq = vector[k][q];
-                vector[k][p] = c * vkp - s * vkq;
-                vector[k][q] = s * vkp + c * vkq;
-            }
-        }
-    }
-    std::array<int, 3> order = {0, 1, 2};
-    std::sort(order.begin(), order.end(), [&a](int i, int j) { return a[i][i] > a[j][j]; });
-    const Mat3 v = vector;
-    for (int c = 0; c < 3; ++c) {
-        value[c] = a[order[c]][order[c]];
-        for (int r = 0; r < 3; ++r) vector[r][c] = v[r][order[c]];
-    }
-}
-
 double along(const Mat3& m, Vec3 u)
 {
     const double len = get_magnitude(u);
@@ -203,7 +164,7 @@ void Mobutils::mob_tensor(const RandomSeeds& seeds)
     std::vector<int> all(static_cast<size_t>(n));
     std::iota(all.begin(), all.end(), 0);
     r.mu = tensor_of(all);
-    eigen(r.mu, r.principal, r.axes);
+    symmetric_eigen(r.mu, r.principal, r.axes);
     for (int c = 0; c < 3; ++c) {
         r.along[0][c] = along(r.mu, {latt[0][c], latt[1][c], latt[2][c]});
         r.along[1][c] = along(r.mu, {latt_inv[c][0], latt_inv[c][1], latt_inv[c][2]});
@@ -225,7 +186,7 @@ void Mobutils::mob_tensor(const RandomSeeds& seeds)
             for (int& j : pick) j = draw(gen);
             Vec3 value;
             Mat3 unused;
-            eigen(tensor_of(pick), value, unused);
+            symmetric_eigen(tensor_of(pick), value, unused);
             const double half1 = f3 * mean(r2_first, pick), half2 = f3 * mean(r2_second, pick);
             const std::array<double, 7> resample = {f3 * mean(r2_all, pick), value[0], value[1], value[2], half1, half2,
                                                     half2 - half1};

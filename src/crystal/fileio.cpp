@@ -280,10 +280,10 @@ Mat3 inverse_by_elimination(Mat3 a)
 void FileIO::cell_cell6_to_latt3x3(const double* cell6, Mat3& L)
 {
     const double a = cell6[0], b = cell6[1], c = cell6[2];
-    const double ca = std::cos(cell6[3] * kPi / 180.0);
-    const double cb = std::cos(cell6[4] * kPi / 180.0);
-    const double cg = std::cos(cell6[5] * kPi / 180.0);
-    const double sg = std::sin(cell6[5] * kPi / 180.0);
+    const double ca = std::cos(units::radians(cell6[3]));
+    const double cb = std::cos(units::radians(cell6[4]));
+    const double cg = std::cos(units::radians(cell6[5]));
+    const double sg = std::sin(units::radians(cell6[5]));
     L = Mat3{};
     L[0][0] = a;
     L[0][1] = b * cg;
@@ -406,7 +406,7 @@ namespace {
 double angle_deg(const Vec3& u, const Vec3& v)
 {
     const double dot = u[0] * v[0] + u[1] * v[1] + u[2] * v[2];
-    return std::acos(dot / (get_magnitude(u) * get_magnitude(v))) * 180.0 / kPi;
+    return units::degrees(std::acos(dot / (get_magnitude(u) * get_magnitude(v))));
 }
 }  // namespace
 

@@ -7,6 +7,7 @@
 //   D = 1/2 sum_i pi_i sum_e k_e (r_e + chi_j - chi_i)(r_e + chi_j - chi_i)^T.
 #include <Eigen/Dense>
 
+#include <algorithm>
 #include <vector>
 
 #include "hopping_network.h"
@@ -49,12 +50,18 @@ Exact solve_exact(int molecules, const std::vector<Hop>& hops)
     for (int m = 0; m < n; ++m)
         if (!seen[m]) fatal(kModule, kLineApart, 1, strprintf(kApart, m + 1));
 
+    // The equations are solved in rates relative to the largest: per second they
+    // are near 1e13, and beside the row of ones that normalises pi the solver
+    // would lose five digits of it.
+    double scale = 0;
+    for (const Hop& h : hops) scale = std::max(scale, h.rate);
     Eigen::MatrixXd Q = Eigen::MatrixXd::Zero(n, n);
     Eigen::MatrixXd b = Eigen::MatrixXd::Zero(n, 3);
     for (const Hop& h : hops) {
-        Q(h.from, h.to) += h.rate;
-        Q(h.from, h.from) -= h.rate;
-        for (int k = 0; k < 3; ++k) b(h.from, k) += h.rate * h.r[k];
+        const double k = h.rate / scale;
+        Q(h.from, h.to) += k;
+        Q(h.from, h.from) -= k;
+        for (int c = 0; c < 3; ++c) b(h.from, c) += k * h.r[c];
     }
     // pi Q = 0 with sum pi = 1: n + 1 equations for n unknowns, consistent.
     Eigen::MatrixXd A(n + 1, n);
@@ -75,7 +82,7 @@ Exact solve_exact(int molecules, const std::vector<Hop>& hops)
 
     Exact e;
     e.pi.assign(pi.data(), pi.data() + n);
-    e.drift = {v(0), v(1), v(2)};
+    e.drift = {v(0) * scale, v(1) * scale, v(2) * scale};
     for (int m = 0; m < n; ++m) e.chi.push_back({chi(m, 0), chi(m, 1), chi(m, 2)});
     for (const Hop& h : hops) {
         Vec3 jump;

@@ -1,6 +1,5 @@
 // What the hopping simulation reports: the rates of the cell's hops, the exact
 // long-time answer of the network, and the drift the trajectories show.
-#include <Eigen/Eigenvalues>
 
 #include <cmath>
 
@@ -18,24 +17,6 @@ const char* const kRatesRow = "%7d%6d%4d%3d%3d%6d%10.3f%10.3f%11.4f%11.4f%11.4f%
 // Entries below this fraction of a tensor's largest are rounding and shown as 0.
 constexpr double kRounding = 1e-12;
 
-// Eigenvalues, largest first, and their unit axes (columns), each turned so
-// that its largest component is positive.
-void principal(const Mat3& m, Vec3& value, Mat3& axes)
-{
-    Eigen::Matrix3d a;
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j) a(i, j) = m[i][j];
-    const Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d> eig(a);
-    for (int c = 0; c < 3; ++c) {
-        value[c] = eig.eigenvalues()(2 - c);
-        Eigen::Vector3d v = eig.eigenvectors().col(2 - c);
-        Eigen::Index big = 0;
-        v.cwiseAbs().maxCoeff(&big);
-        if (v(big) < 0) v = -v;
-        for (int r = 0; r < 3; ++r) axes[r][c] = v(r) == 0.0 ? 0.0 : v(r);  // no -0
-    }
-}
-
 // The tensor times f, with entries at rounding level set to 0.
 Mat3 scaled(Mat3 m, double f)
 {
@@ -49,39 +30,45 @@ Mat3 scaled(Mat3 m, double f)
 
 double dot(const Vec3& a, const Vec3& b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
 
-// Angstrom per time unit to cm/s.
-double cm_per_s(const Transport& t) { return 1e-8 / t.get_track_timeunit(); }
-Vec3 in_cm_per_s(const Transport& t, const Vec3& v) { return {v[0] * cm_per_s(t), v[1] * cm_per_s(t), v[2] * cm_per_s(t)}; }
+// Angstrom per second to cm/s.
+Vec3 in_cm_per_s(const Vec3& v)
+{
+    return {v[0] * units::kAngstromInCm, v[1] * units::kAngstromInCm, v[2] * units::kAngstromInCm};
+}
 
 // A velocity (cm/s) along the field over the field (V/cm): a mobility.
 double along_field(const Vec3& v_cm_s, const Vec3& field) { return dot(v_cm_s, field) / (squared_length(field) / 100.0); }
 
 }  // namespace
 
-std::string rates_table(const Transport& t, const Couplings& c, const std::vector<Hop>& hops, bool quantum,
-                        const std::string& label)
+std::string rates_table(const Conditions& run, const Couplings& c, const std::vector<Hop>& hops, const TimeUnit& unit)
 {
-    std::string s = strprintf(kRatesHead, quantum ? "quantum" : "marcus", t.temp, c.lambda_meV, c.file.c_str(), label.c_str());
+    std::string s = strprintf(kRatesHead, run.model == RateModel::quantum ? "quantum" : "marcus", run.temperature,
+                              c.lambda_meV, c.file.c_str(), unit.label.c_str());
     for (const Hop& h : hops)
         s += strprintf(kRatesRow, h.from + 1, h.to + 1, h.cell[0], h.cell[1], h.cell[2], h.pair_class + 1,
-                       c.V_meV[h.pair_class], h.dG * 1e3, h.r[0], h.r[1], h.r[2], h.rate / t.get_track_timeunit(), h.rate);
+                       c.V_meV[h.pair_class], h.dG / units::kMeV, h.r[0], h.r[1], h.r[2], h.rate, h.rate * unit.seconds);
     return s;
 }
 
-std::string exact_report(const Transport& t, const Exact& e, const std::vector<Hop>& hops)
+Mat3 mobility_tensor(const Mat3& D, double temperature, const TimeUnit& unit)
 {
-    const double f = 2.0 * t.mobility_per_slope();  // D = slope / 2
-    const Mat3 mu = scaled(e.D, f);
+    return scaled(scaled(D, unit.seconds), 2.0 * units::mobility_per_slope(temperature, unit.seconds));  // D = slope / 2
+}
+
+std::string exact_report(const Conditions& run, const TimeUnit& unit, const Exact& e, const std::vector<Hop>& hops)
+{
+    const Mat3 mu = mobility_tensor(e.D, run.temperature, unit);
     Vec3 value, naive_value;
     Mat3 axes, naive_axes;
-    principal(mu, value, axes);
-    principal(scaled(naive_diffusion(e.pi, hops), f), naive_value, naive_axes);
-    std::string s = strprintf("# exact long-time behaviour of the hopping network, T = %g K, time unit %g s\n", t.temp,
-                              t.get_track_timeunit());
+    symmetric_eigen(mu, value, axes);
+    symmetric_eigen(mobility_tensor(naive_diffusion(e.pi, hops), run.temperature, unit), naive_value, naive_axes);
+    std::string s = strprintf("# exact long-time behaviour of the hopping network, T = %g K, time unit %g s\n",
+                              run.temperature, unit.seconds);
     s += "# stationary occupation of the cell's molecules\npi";
     for (const double p : e.pi) s += strprintf(" %.6f", p);
     s += "\n# diffusion tensor D, Angstrom^2 per time unit, Cartesian rows x, y, z\n";
-    for (const Vec3& row : scaled(e.D, 1.0)) s += strprintf("%14.6e %14.6e %14.6e\n", row[0], row[1], row[2]);
+    for (const Vec3& row : scaled(e.D, unit.seconds)) s += strprintf("%14.6e %14.6e %14.6e\n", row[0], row[1], row[2]);
     s += "# mobility tensor M = e D / (kB T), cm^2/(V s): the mobility along a unit direction u is u^T M u\n";
     for (const Vec3& row : mu) s += strprintf("%14.6e %14.6e %14.6e\n", row[0], row[1], row[2]);
     s += "# principal mobilities, largest first, each with its unit axis x, y, z\n";
@@ -89,9 +76,9 @@ std::string exact_report(const Transport& t, const Exact& e, const std::vector<H
         s += strprintf("principal_%d %14.6e   %9.6f %9.6f %9.6f\n", c + 1, value[c], axes[0][c], axes[1][c], axes[2][c]);
     s += "# the naive 1/2 sum pi k r r^T, without the corrector of the cell problem, would give\n";
     for (int c = 0; c < 3; ++c) s += strprintf("naive_%d     %14.6e\n", c + 1, naive_value[c]);
-    if (t.get_appE_flag()) {
-        const Vec3 field = applied_field(t);
-        const Vec3 v = in_cm_per_s(t, e.drift);
+    if (squared_length(run.field) > 0) {
+        const Vec3& field = run.field;
+        const Vec3 v = in_cm_per_s(e.drift);
         s += strprintf("# drift under the field F = %g %g %g V/m (Cartesian)\n", field[0], field[1], field[2]);
         s += strprintf("drift_velocity_cm_s %14.6e %14.6e %14.6e\n", v[0], v[1], v[2]);
         s += strprintf("drift_mobility %14.6e   (v.F / |F|^2, cm^2/(V s))\n", along_field(v, field));
@@ -101,13 +88,14 @@ std::string exact_report(const Transport& t, const Exact& e, const std::vector<H
 
 // The velocity of each trajectory is its displacement over the time; the means
 // and their standard errors follow.
-Drift measured_drift(const Transport& t, const Exact& e, const std::vector<Vec3>& final_x, double time)
+Drift measured_drift(const Conditions& run, const TimeUnit& unit, const Exact& e, const std::vector<Vec3>& final_x,
+                     double time)
 {
     Drift d;
-    d.field = applied_field(t);
+    d.field = run.field;
     d.trajectories = static_cast<long>(final_x.size());
     d.time = time;
-    const double n = static_cast<double>(final_x.size()), scale = cm_per_s(t) / time;
+    const double n = static_cast<double>(final_x.size()), scale = units::kAngstromInCm / unit.seconds / time;
     std::array<double, 4> sum{}, sum2{};  // velocity x, y, z, then the mobility along F
     for (const Vec3& x : final_x) {
         const Vec3 v = {x[0] * scale, x[1] * scale, x[2] * scale};
@@ -126,7 +114,7 @@ Drift measured_drift(const Transport& t, const Exact& e, const std::vector<Vec3>
     d.velocity_se = {se[0], se[1], se[2]};
     d.mobility = mean[3];
     d.mobility_se = se[3];
-    d.exact_mobility = along_field(in_cm_per_s(t, e.drift), d.field);
+    d.exact_mobility = along_field(in_cm_per_s(e.drift), d.field);
     return d;
 }
 

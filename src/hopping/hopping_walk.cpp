@@ -58,20 +58,20 @@ std::vector<double> AliasTable::probabilities() const
 
 // ---------------------------------------------------------------- the walk
 
-Walk::Walk(const Transport& t, const std::vector<network::Hop>& hops, const std::vector<double>& pi)
-    : latt_(t.latt), start_([&pi] {
+Walk::Walk(const Mat3& latt, const std::vector<Vec3>& centres, const std::vector<network::Hop>& hops,
+           const std::vector<double>& pi, double unit)
+    : latt_(latt), centre_(centres), start_([&pi] {
           std::vector<double> w(pi);
           for (double& x : w) x = std::max(x, 0.0);  // a solver's -1e-17 is 0
           return w;
       }())
 {
-    const size_t n = static_cast<size_t>(t.mol_count);
-    for (size_t m = 0; m < n; ++m) centre_.push_back(vec3_at(t.mol_com, m));
+    const size_t n = centres.size();
     std::vector<std::vector<const network::Hop*>> from(n);
     for (const network::Hop& h : hops) from[h.from].push_back(&h);
     for (size_t m = 0; m < n; ++m) {
         std::vector<double> rates;
-        for (const network::Hop* h : from[m]) rates.push_back(h->rate);
+        for (const network::Hop* h : from[m]) rates.push_back(h->rate * unit);  // per time unit
         const AliasTable table(rates);
         site_.push_back({static_cast<int>(entry_.size()), static_cast<int>(rates.size()),
                          1.0 / std::accumulate(rates.begin(), rates.end(), 0.0)});

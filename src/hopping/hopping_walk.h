@@ -54,7 +54,11 @@ private:
 // two neighbouring entries at most.
 class Walk {
 public:
-    Walk(const Transport& t, const std::vector<network::Hop>& hops, const std::vector<double>& pi);
+    // The cell (columns a, b, c), the molecules' centres (Cartesian, Angstrom), the
+    // hops with their rates per second, the start distribution, and the time unit
+    // of the walk in seconds.
+    Walk(const Mat3& latt, const std::vector<Vec3>& centres, const std::vector<network::Hop>& hops,
+         const std::vector<double>& pi, double unit);
 
     // One trajectory of `rows` snapshots every tsnap; calls row(k, position,
     // hops) for k = 0 .. rows - 1 and returns the hops made.

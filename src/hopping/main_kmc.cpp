@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
-#include <new>
+#include <optional>
 #include <string>
 
 #include "hopping_walk.h"
@@ -50,8 +50,7 @@ constexpr int kLineSlice = 2250;
 
 struct Options {
     std::string config = "kelta.inp";
-    double timeunit = 1e-9;
-    std::string label = "ns";
+    units::TimeUnit unit;
     bool pairs = false, rates = false;
     long first = 0, count = -1;  // not given
     long jobscript = -1;         // slices of a batch script; not given
@@ -90,9 +89,9 @@ Options parse_options(int argc, char** argv, const std::string& prog)
             o.rates = true;
         } else if (a == "-timeunit") {
             const std::string u = value();
-            if (u != "PS" && u != "NS") usage_error(prog, "-timeunit can only be PS or NS, not '" + u + "'");
-            o.timeunit = u == "PS" ? 1e-12 : 1e-9;
-            o.label = u == "PS" ? "ps" : "ns";
+            const std::optional<units::TimeUnit> unit = units::time_unit_named(u);
+            if (!unit) usage_error(prog, "-timeunit can only be PS or NS, not '" + u + "'");
+            o.unit = *unit;
         } else if (a == "-first") {
             o.first = whole_number(prog, a, value());
         } else if (a == "-count") {
@@ -129,7 +128,7 @@ kmc::Simulation plan(const Transport& t, const Options& o)
               strprintf("tsimu = %g and tsnap = %g give no usable number of snapshots\n", t.tsimu, t.tsnap));
     s.rows = tracks::track_rows(t.tsimu, t.tsnap);
     s.tsnap = t.tsnap;
-    s.time_label = o.label;
+    s.time_label = o.unit.label;
     s.progress = isatty(STDERR_FILENO);
     return s;
 }
@@ -139,32 +138,32 @@ void run(const Options& o, const std::string& prog)
     std::printf("*** kelta_kmc: hopping simulation\n");
     Transport t;
     t.read_kelta_inp(o.config.c_str(), false);
-    t.set_track_timeunit(o.timeunit);
+    t.set_track_timeunit(o.unit.seconds);
     t.read_crystal_strcuture_files(false, false);
-    t.calc_homo();
     t.build_neighbor_list(false);
     const network::Pairs pairs = network::find_pairs(t);
     std::printf("  %d molecule(s) in the cell, %zu hops to neighbours within %g A, in %zu classes of equivalent pairs\n",
                 t.mol_count, pairs.hops.size(), t.lat_cutoff, pairs.classes.size());
-    const bool quantum = my_strcasestr(t.ratetype.c_str(), "quant", 5);
+    const bool quantum = t.rate_model == RateModel::quantum;
     if (o.pairs) {
-        network::write_couplings_template(t, pairs, t.kelta_dat_file, quantum);
+        network::write_couplings_template(t, pairs, t.kelta_dat_file, t.rate_model);
         std::printf("  wrote %s: replace every NA (lambda_meV%s and each class's V_meV in meV%s), then run %s\n",
                     t.kelta_dat_file.c_str(), quantum ? ", hw_meV" : "", quantum ? ", huang_rhys" : "", prog.c_str());
         return;
     }
     t.read_charge_inp();
     t.read_temp_inp("transport", kLineTemperature);
-    const network::Couplings c = network::read_couplings(t.kelta_dat_file, pairs, t.mol_count, quantum);
+    const network::Couplings c = network::read_couplings(t.kelta_dat_file, pairs, t.mol_count, t.rate_model);
+    const network::Conditions conditions = network::run_conditions(t);
     std::vector<network::Hop> hops = pairs.hops;
-    network::assign_rates(t, c, hops, quantum);
-    const std::string table = network::rates_table(t, c, hops, quantum, o.label);
+    network::assign_rates(conditions, c, t.mol_count, hops);
+    const std::string table = network::rates_table(conditions, c, hops, o.unit);
     if (o.rates) {
         std::fputs(table.c_str(), stdout);
         return;
     }
     const network::Exact e = network::solve_exact(t.mol_count, hops);
-    const std::string report = network::exact_report(t, e, hops);
+    const std::string report = network::exact_report(conditions, o.unit, e, hops);
     const kmc::Simulation s = plan(t, o);
     // Nothing is written unless every file fits: the side files (the drift file
     // is smaller than the report) and the tracks.
@@ -175,7 +174,7 @@ void run(const Options& o, const std::string& prog)
                   strprintf("-jobscript %ld: the slices of a batch script split all nsimu = %ld trajectories, "
                             "from 1 to nsimu slices, without -first or -count\n", o.jobscript, static_cast<long>(t.nsimu)));
         const std::string script =
-            t.job.write_kmc_job(s.count, static_cast<int>(o.jobscript), o.config, o.label == "ps" ? "PS" : "NS");
+            t.job.write_kmc_job(s.count, static_cast<int>(o.jobscript), o.config, o.unit.option);
         std::printf("  wrote %s: %ld slices of the %ld trajectories for %s, then kelta_mob -tensor; submit with: sh %s\n",
                     script.c_str(), o.jobscript, s.count, t.job.sched_type.c_str(), script.c_str());
         return;
@@ -191,13 +190,16 @@ void run(const Options& o, const std::string& prog)
     }
     create_directory("track");
     std::printf("  %ld trajectories (%ld to %ld) of %g %s, a snapshot every %g %s, seed %d: track/\n", s.count, s.first,
-                s.first + s.count - 1, t.tsimu, o.label.c_str(), t.tsnap, o.label.c_str(), t.seed);
+                s.first + s.count - 1, t.tsimu, o.unit.label.c_str(), t.tsnap, o.unit.label.c_str(), t.seed);
     std::fflush(stdout);
-    const kmc::Walk walk(t, hops, e.pi);
+    std::vector<Vec3> centres;
+    for (int m = 0; m < t.mol_count; ++m) centres.push_back(vec3_at(t.mol_com, static_cast<size_t>(m)));
+    const kmc::Walk walk(t.latt, centres, hops, e.pi, o.unit.seconds);
     const kmc::SimulationResult r = kmc::simulate(walk, s);
     std::printf("  %lld hops\n", r.hops);
     if (t.get_appE_flag() && s.count > 1) {
-        const network::Drift d = network::measured_drift(t, e, r.final_x, static_cast<double>(s.rows - 1) * t.tsnap);
+        const network::Drift d =
+            network::measured_drift(conditions, o.unit, e, r.final_x, static_cast<double>(s.rows - 1) * t.tsnap);
         write_text(kDriftFile, kLineDriftFile, network::drift_report(d));
         std::printf("  drift mobility along F: %.4g +- %.2g cm^2/(V s) measured, %.4g exact (%s)\n", d.mobility, d.mobility_se,
                     d.exact_mobility, kDriftFile);
@@ -210,17 +212,7 @@ void run(const Options& o, const std::string& prog)
 int kelta_kmc_main(int argc, char** argv)
 {
     const std::string prog = program_name(argc > 0 ? argv[0] : nullptr, "kelta_kmc");
-    try {
-        run(parse_options(argc, argv, prog), prog);
-    } catch (const RunExit& e) {
-        std::fflush(stdout);
-        return e.status();
-    } catch (const std::bad_alloc&) {
-        std::fflush(stdout);
-        std::fprintf(stderr, "%s: out of memory\n", prog.c_str());
-        return -1;
-    }
-    return 0;
+    return run_program(prog, [&] { run(parse_options(argc, argv, prog), prog); });
 }
 
 #ifndef KELTA_KMC_NO_MAIN

@@ -67,6 +67,7 @@ void KeltaInp::set_varables_default()
     delta_temp = 50.0;
     temp = 300.0;
     ratetype = "quantum";
+    rate_model = RateModel::quantum;
     chargetype = std::string(kDefaultChargetype);
     evc_type = "cart";
     vec_a = {8.098, 0.0, 0.0};
@@ -232,7 +233,9 @@ void KeltaInp::set_keyword(const std::string& key, const std::string& v, const c
         {"ratetype", nullptr, [](KeltaInp& k, const std::string& v) {
              k.ratetype = as_text(v);
              const char* r = k.ratetype.c_str();
-             check_choice(k.ratetype, my_strcasestr(r, "marcus", 6) || my_strcasestr(r, "quant", 5), "ratetype", "marcus, quantum");
+             const bool marcus = my_strcasestr(r, "marcus", 6);
+             check_choice(k.ratetype, marcus || my_strcasestr(r, "quant", 5), "ratetype", "marcus, quantum");
+             k.rate_model = marcus ? RateModel::marcus : RateModel::quantum;
          }},
         {"sta", nullptr, [](KeltaInp& k, const std::string& v) { k.sta = k.integer(v); }},
         {"delta_angle", nullptr, [](KeltaInp& k, const std::string& v) { k.delta_angle = k.real(v); }},

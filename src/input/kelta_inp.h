@@ -7,6 +7,10 @@
 #include "fileio.h"
 #include "job_scripts.h"
 
+// The hopping-rate model, chosen once when ratetype is read: Marcus, or
+// Marcus-Levich-Jortner with one effective high-frequency mode.
+enum class RateModel { marcus, quantum };
+
 class KeltaInp : public FileIO {
 public:
     KeltaInp();
@@ -30,6 +34,7 @@ public:
     double lat_cutoff = 0;
     int output_level = 0;  // bit 2: angle scans, bit 4: averaged-track files
     std::string ratetype, kelta_dat_file;
+    RateModel rate_model = RateModel::quantum;  // from ratetype's prefix
     int seed = 0;  // the hopping simulation's random numbers: the same seed, the same tracks
     std::string config_file;  // the file read_kelta_inp read
     bool input_read = false;

@@ -69,17 +69,17 @@ const char* const kHopHead = "#\n# Every hop of the cell's molecules and its cla
 const char* const kHopRow = "# %6d%6d%4d%3d%3d%13.4f%7d\n";
 
 // Every interatomic distance between the two molecules of a hop, ascending.
-std::vector<double> sorted_distances(const Transport& t, int from, int to, const Cell& cell)
+std::vector<double> sorted_distances(const Molecules& m, int from, int to, const Cell& cell)
 {
     std::vector<double> d;
-    const std::vector<double>& xi = t.mol_x_s[from];
-    const std::vector<double>& xj = t.mol_x_s[to];
+    const std::vector<double>& xi = m.x_s[static_cast<size_t>(from)];
+    const std::vector<double>& xj = m.x_s[static_cast<size_t>(to)];
     d.reserve(xi.size() / 3 * xj.size() / 3);
     for (size_t a = 0; a < xi.size() / 3; ++a)
         for (size_t b = 0; b < xj.size() / 3; ++b) {
             Vec3 f;
             for (size_t k = 0; k < 3; ++k) f[k] = xj[3 * b + k] + cell[k] - xi[3 * a + k];
-            d.push_back(get_magnitude(mat_vec_mul(t.latt, f)));
+            d.push_back(get_magnitude(mat_vec_mul(m.latt, f)));
         }
     std::sort(d.begin(), d.end());
     return d;
@@ -115,20 +115,40 @@ bool integer(const std::string& token, int& v)
 
 }  // namespace
 
-Pairs find_pairs(const Transport& t)
+Molecules cell_molecules(const Transport& t)
+{
+    Molecules m;
+    m.latt = t.latt;
+    for (int i = 0; i < t.mol_count; ++i) {
+        m.x_s.push_back(t.mol_x_s[i]);
+        m.centre_s.push_back(vec3_at(t.mol_com_s, static_cast<size_t>(i)));
+    }
+    return m;
+}
+
+Neighbours neighbours(const Transport& t)
+{
+    Neighbours n(static_cast<size_t>(t.mol_count));
+    for (int i = 0; i < t.mol_count; ++i)
+        for (int k = 0; k < t.num_neighbors[i]; ++k)
+            n[i].push_back({t.neighbor_ids[i][k], {t.neighbor_cell_a[i][k], t.neighbor_cell_b[i][k], t.neighbor_cell_c[i][k]}});
+    return n;
+}
+
+Pairs find_pairs(const Molecules& m, const Neighbours& neighbours)
 {
     Pairs p;
     std::vector<std::vector<double>> rep_distances;
-    for (int i = 0; i < t.mol_count; ++i) {
-        const Vec3 ci = vec3_at(t.mol_com_s, static_cast<size_t>(i));
-        for (int k = 0; k < t.num_neighbors[i]; ++k) {
+    for (size_t i = 0; i < neighbours.size(); ++i) {
+        const Vec3 ci = m.centre_s[i];
+        for (const Neighbour& nb : neighbours[i]) {
             Hop h;
-            h.from = i;
-            h.to = t.neighbor_ids[i][k];
-            h.cell = {t.neighbor_cell_a[i][k], t.neighbor_cell_b[i][k], t.neighbor_cell_c[i][k]};
-            const Vec3 cj = vec3_at(t.mol_com_s, static_cast<size_t>(h.to));
-            h.r = mat_vec_mul(t.latt, {cj[0] + h.cell[0] - ci[0], cj[1] + h.cell[1] - ci[1], cj[2] + h.cell[2] - ci[2]});
-            const std::vector<double> d = sorted_distances(t, h.from, h.to, h.cell);
+            h.from = static_cast<int>(i);
+            h.to = nb.to;
+            h.cell = nb.cell;
+            const Vec3 cj = m.centre_s[static_cast<size_t>(h.to)];
+            h.r = mat_vec_mul(m.latt, {cj[0] + h.cell[0] - ci[0], cj[1] + h.cell[1] - ci[1], cj[2] + h.cell[2] - ci[2]});
+            const std::vector<double> d = sorted_distances(m, h.from, h.to, h.cell);
             h.d_min = d.empty() ? 0.0 : d.front();
             const auto same = std::find_if(rep_distances.begin(), rep_distances.end(),
                                            [&d](const std::vector<double>& r) { return same_distances(d, r); });
@@ -158,8 +178,9 @@ Pairs find_pairs(const Transport& t)
     return p;
 }
 
-void write_couplings_template(const Transport& t, const Pairs& pairs, const std::string& file, bool quantum)
+void write_couplings_template(const Transport& t, const Pairs& pairs, const std::string& file, RateModel model)
 {
+    const bool quantum = model == RateModel::quantum;
     if (std::filesystem::exists(file)) fatal(kModule, kLineExists, 1, strprintf(kExists, file.c_str()));
     const std::string structure = t.mol_input_mode == 2 ? t.cif_filename : "the molecule files of the input";
     OutputFile f(file, kModule, kLineOpen);
@@ -176,7 +197,7 @@ void write_couplings_template(const Transport& t, const Pairs& pairs, const std:
     f.commit();
 }
 
-Couplings read_couplings(const std::string& file, const Pairs& pairs, int molecules, bool quantum)
+Couplings read_couplings(const std::string& file, const Pairs& pairs, int molecules, RateModel model)
 {
     std::ifstream in;
     if (is_regular_file(file)) in.open(file);
@@ -265,7 +286,7 @@ Couplings read_couplings(const std::string& file, const Pairs& pairs, int molecu
     };
     require("lambda_meV", c.lambda_meV, c.lambda_meV > 0 && std::isfinite(c.lambda_meV),
             "the reorganisation energy must be a finite positive number of meV");
-    if (quantum) {
+    if (model == RateModel::quantum) {
         require("hw_meV", c.hw_meV, c.hw_meV > 0 && std::isfinite(c.hw_meV),
                 "the mode energy must be a finite positive number of meV");
         require("huang_rhys", c.huang_rhys, c.huang_rhys >= 0 && std::isfinite(c.huang_rhys),

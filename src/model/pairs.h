@@ -23,7 +23,7 @@ struct Hop {
     double d_min = 0;      // closest atoms of the two molecules, Angstrom
     int pair_class = 0;    // from 0
     double dG = 0;         // free energy change, eV; set by assign_rates
-    double rate = 0;       // per track time unit; set by assign_rates
+    double rate = 0;       // per second; set by assign_rates
 };
 
 // Pairs that a lattice translation, the exchange of the two molecules or any
@@ -43,9 +43,27 @@ struct Pairs {
 // agree entry by entry within this many Angstrom.
 constexpr double kSameDistance = 1e-3;
 
-// The hops of the neighbour list that t has built (build_neighbor_list), with
-// centre vectors from the molecules' centres of mass, grouped into classes.
-Pairs find_pairs(const Transport& t);
+// The cell's molecules as the pairs see them.
+struct Molecules {
+    Mat3 latt{};                           // columns: the cell vectors a, b, c, Angstrom
+    std::vector<std::vector<double>> x_s;  // [molecules][3 x atoms] fractional, each molecule whole
+    std::vector<Vec3> centre_s;            // [molecules] fractional centre of mass
+};
+// A neighbour of a molecule of the cell: molecule `to` of the cell shifted by `cell`.
+struct Neighbour {
+    int to = 0;
+    Cell cell{};
+};
+using Neighbours = std::vector<std::vector<Neighbour>>;  // [molecules][its neighbours]
+
+// What the structure and the neighbour list that t has built (build_neighbor_list) give the pairs.
+Molecules cell_molecules(const Transport& t);
+Neighbours neighbours(const Transport& t);
+
+// The hops of the neighbour list, with centre vectors from the molecules'
+// centres of mass, grouped into classes.
+Pairs find_pairs(const Molecules& m, const Neighbours& n);
+inline Pairs find_pairs(const Transport& t) { return find_pairs(cell_molecules(t), neighbours(t)); }
 
 // ------------------------------------------------ the couplings file
 // What the user gives per class and per molecule, in meV. A value the file
@@ -62,11 +80,11 @@ struct Couplings {
 // Writes the couplings template for the pairs: lambda (and the mode for quantum
 // rates) and one line per class, all NA, then every hop with its class as
 // comments. Refuses (status 1) to replace an existing file.
-void write_couplings_template(const Transport& t, const Pairs& pairs, const std::string& file, bool quantum);
+void write_couplings_template(const Transport& t, const Pairs& pairs, const std::string& file, RateModel model);
 
 // Reads a couplings file written for these pairs; ends the run (status 1) on a
 // line it cannot read, on classes that are not those of the structure, and on
 // values that are missing (NA) or not physical.
-Couplings read_couplings(const std::string& file, const Pairs& pairs, int molecules, bool quantum);
+Couplings read_couplings(const std::string& file, const Pairs& pairs, int molecules, RateModel model);
 
 }  // namespace network

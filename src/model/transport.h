@@ -16,9 +16,9 @@ public:
     double get_track_timeunit() const { return track_timeunit; }
     void set_track_timeunit(double unit) { track_timeunit = unit; }
     // The Einstein relation at temp: cm^2/(V s) per Angstrom^2 per track time unit
-    // of the slope of the squared displacement along one direction (e / kB is
-    // taken as 1 / 0.0001724 K/V; the slope is 2 D).
-    double mobility_per_slope() const { return 1e-16 / ((0.0001724 * temp) * track_timeunit); }
+    // of the slope of the squared displacement along one direction (the slope is
+    // 2 D; units.h says which kB).
+    double mobility_per_slope() const { return units::mobility_per_slope(temp, track_timeunit); }
     bool get_unique_uc_mol_one_calc_flag() const { return unique_uc_mol_one_calc; }
     bool get_unique_nei_mol_one_calc_flag() const { return unique_nei_mol_one_calc; }
     bool get_unique_2mol_calc_flag() const { return unique_2mol_calc; }

@@ -1,202 +1,11 @@
+// Least squares, quantiles, the bootstrap generator, sorting and 3x3 algebra.
 #include "mmutil.h"
 
-#include <sys/stat.h>
+#include <Eigen/Eigenvalues>
 
-#include <cctype>
-#include <cerrno>
-#include <cstdarg>
 #include <cmath>
-#include <cstdlib>
-#include <cstring>
 #include <ctime>
-#include <algorithm>
-#include <utility>
-
-// ---------------------------------------------------------------- ending a run
-
-void end_run(int status)
-{
-    throw RunExit(status);
-}
-
-void fatal(const char* module, int line, int status, const std::string& out_text,
-           const std::string& err_text)
-{
-    std::printf("\nERROR  transport : %s : line %i : \n", module, line);
-    fatal_plain(status, out_text, err_text);
-}
-
-void fatal_plain(int status, const std::string& out_text, const std::string& err_text)
-{
-    std::fputs(out_text.c_str(), stdout);
-    std::fflush(stdout);
-    if (!err_text.empty()) {
-        std::fputs(err_text.c_str(), stderr);
-        std::fflush(stderr);
-    }
-    throw RunExit(status);
-}
-
-void fatal_open(const char* module, int line, const std::string& name)
-{
-    fatal(module, line, -1, "", "Failed to open input file " + name + "\n");
-}
-
-std::string strprintf(const char* fmt, ...)
-{
-    va_list ap;
-    va_start(ap, fmt);
-    va_list again;
-    va_copy(again, ap);
-    std::string s(static_cast<size_t>(std::vsnprintf(nullptr, 0, fmt, ap)), '\0');
-    va_end(ap);
-    std::vsnprintf(s.data(), s.size() + 1, fmt, again);  // the terminator goes to s[size()]
-    va_end(again);
-    return s;
-}
-
-// ---------------------------------------------------------------- files
-
-File open_file(const std::string& name, const char* mode)
-{
-    // An input that is no regular file (a directory, a pipe, /dev/zero) counts as
-    // one that cannot be opened: reading it would fail or never end.
-    if (mode[0] == 'r' && !is_regular_file(name)) return File();
-    // "t" is a no-op on POSIX but the modes are kept as the tool documents them.
-    return File(std::fopen(name.c_str(), mode));
-}
-
-bool is_regular_file(const std::string& name)
-{
-    struct stat st {};
-    return stat(name.c_str(), &st) == 0 && S_ISREG(st.st_mode);
-}
-
-bool read_line(std::FILE* f, std::string& line, int size)
-{
-    std::vector<char> buf(static_cast<size_t>(size));
-    if (!std::fgets(buf.data(), size, f)) return false;
-    line.assign(buf.data());
-    return true;
-}
-
-bool parse_long(const std::string& text, long& v)
-{
-    char* end = nullptr;
-    errno = 0;
-    v = std::strtol(text.c_str(), &end, 10);
-    return !text.empty() && *end == '\0' && errno != ERANGE;
-}
-
-std::string program_name(const char* argv0, const char* fallback)
-{
-    const std::string s = argv0 ? argv0 : fallback;
-    const size_t cut = s.find_last_of("/\\");
-    return cut == std::string::npos ? s : s.substr(cut + 1);
-}
-
-bool file_exists(const char* name)
-{
-    if (!name) return false;
-    return static_cast<bool>(open_file(name, "r"));
-}
-
-int create_directory(const char* path)
-{
-    struct stat st {};
-    if (stat(path, &st) != 0) return mkdir(path, 0750);
-    return 0;
-}
-
-// ---------------------------------------------------------------- text
-
-namespace {
-bool is_one_of(char c, const char* set)
-{
-    for (; *set; ++set)
-        if (c == *set) return true;
-    return false;
-}
-
-std::string& strip(std::string& s, const char* left, const char* right)
-{
-    s.erase(0, std::min(s.find_first_not_of(left), s.size()));
-    s.erase(s.find_last_not_of(right) + 1);  // npos + 1 is 0: nothing is left
-    return s;
-}
-
-char lower(char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); }
-char upper(char c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); }
-}  // namespace
-
-std::string& trim(std::string& s) { return strip(s, " \t", " \t\r\n"); }
-std::string& sg_triml(std::string& s) { return strip(s, "\t \"'", ""); }
-std::string& sg_trimr(std::string& s) { return strip(s, "", "\t\n\r \"'"); }
-
-std::string& sg_trim(std::string& s)
-{
-    sg_triml(s);
-    sg_trimr(s);
-    std::erase(s, ' ');
-    return s;
-}
-
-void c_trim(char* s)
-{
-    if (!s) return;
-    const size_t b = std::strspn(s, " \t");
-    size_t n = std::strlen(s + b);
-    std::memmove(s, s + b, n + 1);
-    // The right-hand pass never removes the first character, so "\n" stays "\n".
-    while (n > 1 && is_one_of(s[n - 1], " \t\r\n")) s[--n] = '\0';
-}
-
-bool iequals(const std::string& a, const std::string& b)
-{
-    if (a.size() != b.size()) return false;
-    for (size_t i = 0; i < a.size(); ++i)
-        if (upper(a[i]) != upper(b[i])) return false;
-    return true;
-}
-
-bool my_strcasestr(const char* a, const char* b, int n)
-{
-    for (int k = 0; k < n; ++k) {
-        if (lower(a[k]) != lower(b[k])) return false;
-        if (a[k] == '\0') return true;  // both strings ended together
-    }
-    return true;
-}
-
-bool tokenize(std::vector<std::string>& out, const char* str, const char* delims)
-{
-    out.clear();
-    if (!str || !delims) return false;
-    std::string cur;
-    for (const char* p = str; *p; ++p) {
-        if (is_one_of(*p, delims)) {
-            if (!cur.empty()) out.push_back(std::exchange(cur, {}));
-        } else {
-            cur += *p;
-        }
-    }
-    if (!cur.empty()) out.push_back(std::move(cur));
-    return true;
-}
-
-std::string RemoveWhiteSpaceUnderscore(const std::string& s)
-{
-    std::string r;
-    for (char c : s)
-        if (c != ' ' && c != '_') r += c;
-    return r;
-}
-
-std::string remove_filename_extension(const std::string& s)
-{
-    const size_t dot = s.rfind('.');
-    return dot == std::string::npos ? s : s.substr(0, dot);
-}
+#include <cstdlib>
 
 // ---------------------------------------------------------------- regression
 
@@ -241,14 +50,6 @@ double regression_slope(const double* x, const double* y, int n)
     double a, b, s;
     LinearRegression(x, y, n, &a, &b, &s);
     return b;
-}
-
-void read_first_number(const char* name, double& value)
-{
-    const File f = open_file(name, "rt");
-    if (!f) return;
-    char line[128];
-    if (std::fgets(line, sizeof line, f.get())) std::sscanf(line, "%lf", &value);
 }
 
 // ---------------------------------------------------------------- random numbers
@@ -386,4 +187,20 @@ Vec3 vec3_at(const std::vector<double>& x, size_t i) { return {x[3 * i], x[3 * i
 void set_vec3_at(std::vector<double>& x, size_t i, const Vec3& v)
 {
     for (size_t d = 0; d < v.size(); ++d) x[3 * i + d] = v[d];
+}
+
+void symmetric_eigen(const Mat3& m, Vec3& value, Mat3& axes)
+{
+    Eigen::Matrix3d a;
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) a(i, j) = m[i][j];
+    const Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d> eig(a);
+    for (int c = 0; c < 3; ++c) {
+        value[c] = eig.eigenvalues()(2 - c);
+        Eigen::Vector3d v = eig.eigenvectors().col(2 - c);
+        Eigen::Index big = 0;
+        v.cwiseAbs().maxCoeff(&big);
+        if (v(big) < 0) v = -v;
+        for (int r = 0; r < 3; ++r) axes[r][c] = v(r) == 0.0 ? 0.0 : v(r);  // no -0
+    }
 }
