@@ -1,4 +1,5 @@
 #include "mob_utils.h"
+#include "mob_utils_errors.h"
 
 #include <unistd.h>
 
@@ -16,19 +17,11 @@
 
 #include "mob_utils_engine.h"
 
+using namespace mob_utils_error;
+
 namespace {
 
 const char* const kModule = "mob_utils";
-constexpr int kLineBadTimeGrid = 95;
-constexpr int kLineNegativeNsimu = 97;
-constexpr int kLineTablesTooLarge = 150;
-constexpr int kLineTrackOpen = 175;
-constexpr int kLineTrackRead = 178;
-constexpr int kLineTemperature = 262;
-constexpr int kLineAverTrack = 275;
-constexpr int kLineMob = 411;
-constexpr int kLineAverTrackAxis = 528;
-constexpr int kLineMobAxis = 645;
 
 const char* const kBadTimeGrid =
     "tsimu = %g and tsnap = %g give no usable number of time points (tsnap must be positive and round(tsimu / tsnap) "

@@ -9,15 +9,14 @@
 #include <cmath>
 
 #include "mob_utils.h"
+#include "mob_utils_errors.h"
 #include "mob_utils_engine.h"
+
+using namespace mob_utils_error;
 
 namespace {
 
 const char* const kModule = "mob_utils";
-constexpr int kLineMsdData = 1620;
-constexpr int kLineMsdEps = 1630;
-constexpr int kLineMsdPng = 1640;
-constexpr int kLineMsdPy = 1650;
 const char* const kMsdData = "mob_msd.dat";
 
 // At most this many time points go to the file: enough for the picture, and the

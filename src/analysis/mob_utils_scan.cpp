@@ -10,7 +10,10 @@
 #include <string>
 
 #include "mob_utils.h"
+#include "mob_utils_errors.h"
 #include "mob_utils_engine.h"
+
+using namespace mob_utils_error;
 
 namespace {
 
@@ -20,9 +23,6 @@ const char* const kPlaneTitle = "Treating mob_plane_xy_xz_yz...";
 const char* const kSphereTitle = "Treating mob_direction_all...";
 const char* const kPlaneTooSmall = "deltaa too small, mob_xy_xz_yz() canceled!\n";
 const char* const kSphereTooSmall = "deltaa too small, mb-direction-all canceled!\n";
-constexpr int kLinePlaneTooSmall = 992;
-constexpr int kLineSphereTooSmall = 700;
-constexpr int kLineSphereFile = 725;
 
 const char* const kPlaneRow = "%6.0f %12.4e %12.4e\n";
 const char* const kSphereHeader = "#  phai  thet          mob        error [cm**2/Vs]\n";
@@ -34,8 +34,6 @@ constexpr double kMinStep = 1e-6;
 // A step so small that a scan would compute more directions than this (hours
 // of work) ends the run instead.
 constexpr double kMaxDirections = 1e6;
-constexpr int kLinePlaneTooMany = 995;
-constexpr int kLineSphereTooMany = 703;
 const char* const kTooManyDirections =
     "deltaa = %g would give %.0f directions, more than the %.0f a scan may compute; use a larger step\n";
 

@@ -3,18 +3,15 @@
 #include <string>
 
 #include "mob_utils.h"
+#include "mob_utils_errors.h"
+
+using namespace mob_utils_error;
 
 namespace {
 
 const char* const kModule = "mob_utils";
 
 // Where each writer reports a script file it cannot open.
-constexpr int kLinePolarEps = 1319;
-constexpr int kLinePolarPng = 1360;
-constexpr int kLineSurfaceEps = 1424;
-constexpr int kLineSurfacePng = 1479;
-constexpr int kLinePolarPy = 1534;
-constexpr int kLineSurfacePy = 1580;
 
 const char* const kTermEps = "postscript eps enhanced color 20";
 const char* const kTermPolarPng = "pngcairo enhanced font \"Helvetica-Bold,14\" size 1200,1000";

@@ -7,6 +7,9 @@
 #include <cmath>
 
 #include "mob_utils.h"
+#include "mob_utils_errors.h"
+
+using namespace mob_utils_error;
 
 namespace {
 
@@ -14,7 +17,6 @@ namespace {
 using json = nlohmann::ordered_json;
 
 const char* const kModule = "mob_utils";
-constexpr int kLineSummary = 1700;
 const char* const kSummaryFile = "mob_summary.json";
 const char* const kMobilityUnit = "cm^2/(V s)";
 

@@ -11,12 +11,14 @@
 #include <random>
 
 #include "mob_utils.h"
+#include "mob_utils_errors.h"
 #include "mob_utils_engine.h"
+
+using namespace mob_utils_error;
 
 namespace {
 
 const char* const kModule = "mob_utils";
-constexpr int kLineTensorFile = 1600;
 const char* const kTensorFile = "mob_tensor.dat";
 constexpr int kResamples = 200;
 

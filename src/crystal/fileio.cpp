@@ -1,16 +1,14 @@
 #include "fileio.h"
+#include "fileio_errors.h"
 
 #include <cctype>
 #include <cmath>
 #include <cstdio>
 
+using namespace fileio_error;
+
 // Source lines reported by the fatal errors of this file.
 namespace {
-constexpr int kLineNoInput = 1402;
-constexpr int kLineBondsFile = 1437;
-constexpr int kLineCellFile = 1452;
-constexpr int kLineBadNumber = 1210;
-constexpr int kLineFlatCell = 1416;
 // A cell whose volume is below this fraction of |a| |b| |c| is flat to rounding:
 // its inverse, and every fractional coordinate, would be noise.
 constexpr double kFlatCell = 1e-6;

@@ -10,14 +10,11 @@
 #include <iostream>
 
 #include "fileio.h"
+#include "fileio_errors.h"
+
+using namespace fileio_error;
 
 namespace {
-constexpr int kLineOpen = 1271;
-constexpr int kLineAtomColumns = 1296;
-constexpr int kLineBondColumns = 1301;
-constexpr int kLineCellAngle = 1283;
-constexpr int kLineNoCell = 1284;
-constexpr int kLineTooManyAtoms = 1290;
 constexpr size_t kRowMax = 1023;  // longest data row kept, as a 1024-byte line buffer holds
 
 const char* const kBadAngle = "%s line %d: %s = %g is not an angle between 0 and 180 degrees\n";
@@ -292,7 +289,7 @@ void print_cif_summary(const FileIO& f)
 void FileIO::read_data_cif(const char* filename, bool binfo)
 {
     std::ifstream in(filename);
-    if (!in || !is_regular_file(filename)) fatal("fileio", kLineOpen, -1, "", "Failed to open input file \"" + std::string(filename) + "\"\n");
+    if (!in || !is_regular_file(filename)) fatal("fileio", kLineCifOpen, -1, "", "Failed to open input file \"" + std::string(filename) + "\"\n");
     cif_filename = filename;
     if (binfo) std::cout << "Reading crystal file \"" << filename << "\"... ";
 

@@ -6,12 +6,11 @@
 #include <fstream>
 
 #include "fileio.h"
+#include "fileio_errors.h"
+
+using namespace fileio_error;
 
 namespace {
-constexpr int kLineOpen = 1396;
-constexpr int kLineCounts = 1401;
-constexpr int kLineAtomList = 1406;
-constexpr int kLineAtoms = 1413;
 
 // Characters [pos, pos + n) of a fixed-column line; short lines give less.
 std::string column(const std::string& s, size_t pos, size_t n)
@@ -58,7 +57,7 @@ bool LineInput::get(std::string& s)
 void FileIO::read_data_mol(const char* filename, int index, bool binfo)
 {
     std::ifstream in(filename);
-    if (!in || !is_regular_file(filename)) fatal("fileio", kLineOpen, -1, "", "Failed to open input file \"" + std::string(filename) + "\"\n");
+    if (!in || !is_regular_file(filename)) fatal("fileio", kLineMolOpen, -1, "", "Failed to open input file \"" + std::string(filename) + "\"\n");
     if (binfo) std::printf("Reading molecular file \"%s\"... ", filename);
     if (index >= static_cast<int>(mol_natoms.size())) resize_mol_slots(index + 1);
     mol_natoms[index] = 0;

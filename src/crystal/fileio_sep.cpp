@@ -8,9 +8,11 @@
 #include <string>
 
 #include "fileio.h"
+#include "fileio_errors.h"
+
+using namespace fileio_error;
 
 namespace {
-constexpr int kLineNotBonded = 1553;
 constexpr double kNotFoundDist = 9999.99;
 
 // Component-wise shift into [-0.5, 0.5] as if 1 were subtracted while a component

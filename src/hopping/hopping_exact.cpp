@@ -11,13 +11,15 @@
 #include <vector>
 
 #include "hopping_network.h"
+#include "hopping_errors.h"
+
+using namespace hopping_error;
 
 namespace network {
 
 namespace {
 
 const char* const kModule = "transport";
-constexpr int kLineApart = 1910;
 const char* const kApart =
     "molecule %d of the cell is not joined to molecule 1 by hops: the network falls apart into separate "
     "channels (give the couplings that join them, or simulate each channel with its own structure)\n";

@@ -3,15 +3,15 @@
 #include <cmath>
 
 #include "hopping_network.h"
+#include "hopping_errors.h"
+
+using namespace hopping_error;
 
 namespace network {
 
 namespace {
 
 const char* const kModule = "transport";
-constexpr int kLineCarrier = 1810;
-constexpr int kLineRate = 1820;
-constexpr int kLineNoHop = 1830;
 
 const char* const kBadCarrier =
     "charge.inp names the carrier '%s': the hopping simulation needs e (electron) or h (hole)\n";

@@ -8,13 +8,15 @@
 #include <cstdio>
 
 #include "hopping_walk.h"
+#include "hopping_errors.h"
+
+using namespace hopping_error;
 
 namespace kmc {
 
 namespace {
 
 const char* const kModule = "transport";
-constexpr int kLineTrackWrite = 2110;
 const char* const kTrackFailed = "Failed to write output file %s: %s\n";
 constexpr double kProgressSeconds = 0.2;
 constexpr int kBarWidth = 40;

@@ -2,6 +2,7 @@
 // couplings it writes the track files that kelta_mob analyses, and prints the
 // exact long-time answer of the network beside them.
 #include "main_kmc.h"
+#include "hopping_errors.h"
 
 #include <unistd.h>
 
@@ -14,6 +15,8 @@
 #include <string>
 
 #include "hopping_walk.h"
+
+using namespace hopping_error;
 
 namespace {
 
@@ -42,11 +45,6 @@ const char* const kRatesFile = "kmc_rates.dat";
 const char* const kExactFile = "kmc_exact.dat";
 const char* const kDriftFile = "kmc_drift.dat";
 
-constexpr int kLineRatesFile = 2210;
-constexpr int kLineExactFile = 2220;
-constexpr int kLineDriftFile = 2230;
-constexpr int kLineTemperature = 2240;
-constexpr int kLineSlice = 2250;
 
 struct Options {
     std::string config = "kelta.inp";

@@ -5,6 +5,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include "kelta_inp_errors.h"
+
+using namespace kelta_inp_error;
 
 namespace {
 
@@ -47,7 +50,7 @@ void append_int_list(const std::string& v, std::vector<int>& list)
 
 void check_choice(const std::string& value, bool ok, const char* what, const char* allowed)
 {
-    if (!ok) fatal(kModule, 390, 1, strprintf(kBadChoice, what, value.c_str(), what, allowed));
+    if (!ok) fatal(kModule, kLineBadChoice, 1, strprintf(kBadChoice, what, value.c_str(), what, allowed));
 }
 
 }  // namespace
@@ -111,7 +114,7 @@ void KeltaInp::get_environment_variables()
 void KeltaInp::load_kelta_inp_file(const char* path, bool /*verbose*/)
 {
     const File f = open_file(path, "rt");
-    if (!f) fatal(kModule, 120, -1, strprintf(kOpenFailed, path));
+    if (!f) fatal(kModule, kLineOpen, -1, strprintf(kOpenFailed, path));
     std::vector<std::string> lines;
     for (std::string line; read_line(f.get(), line, 1024);) lines.push_back(line);
     lines_ = std::move(lines);
@@ -278,7 +281,7 @@ void KeltaInp::set_keyword(const std::string& key, const std::string& v, const c
             return;
         }
     }
-    fatal(kModule, 460, -1, strprintf(kUnknownKey, key.c_str(), path));
+    fatal(kModule, kLineUnknownKey, -1, strprintf(kUnknownKey, key.c_str(), path));
 }
 
 // Lengths must be finite and at most kMaxLength in magnitude, as those of the
@@ -286,7 +289,7 @@ void KeltaInp::set_keyword(const std::string& key, const std::string& v, const c
 double KeltaInp::length(const char* key, const std::string& value, double v) const
 {
     if (!(std::fabs(v) <= kMaxLength))
-        fatal(kModule, 455, 1, strprintf(kBadLength, path_.c_str(), line_, key, as_text(value).c_str(), v, kMaxLength));
+        fatal(kModule, kLineLength, 1, strprintf(kBadLength, path_.c_str(), line_, key, as_text(value).c_str(), v, kMaxLength));
     return v;
 }
 
@@ -300,7 +303,7 @@ double KeltaInp::temperature(const std::string& value)
 {
     const double t = real(value);
     if (!(t > 0.0 && std::isfinite(t)))
-        fatal(kModule, 452, 1, strprintf(kBadTemperature, path_.c_str(), line_, as_text(value).c_str(), t));
+        fatal(kModule, kLineTemperature, 1, strprintf(kBadTemperature, path_.c_str(), line_, as_text(value).c_str(), t));
     return t;
 }
 
@@ -355,10 +358,10 @@ void KeltaInp::set_molecule_files(const std::string& value)
 {
     std::vector<std::string> tokens;
     tokenize(tokens, value.c_str(), " ");
-    if (tokens.empty()) fatal(kModule, 468, 1, strprintf(kMoleculeNone, value.c_str()));
+    if (tokens.empty()) fatal(kModule, kLineMoleculeNone, 1, strprintf(kMoleculeNone, value.c_str()));
     const int n = as_int(tokens[0]);
     const int given = static_cast<int>(tokens.size()) - 1;
-    if (n < 0 || n > given) fatal(kModule, 470, 1, strprintf(kMoleculeNames, n, given, value.c_str()));
+    if (n < 0 || n > given) fatal(kModule, kLineMoleculeNames, 1, strprintf(kMoleculeNames, n, given, value.c_str()));
     mol_count = n;
     mol_names.assign(tokens.begin() + 1, tokens.begin() + 1 + n);
     mol_input_mode = 1;
@@ -371,7 +374,7 @@ void KeltaInp::check_settings()
                     (compute_engine == 2 && exe.find("orca") != std::string::npos) ||
                     (compute_engine == 3 && exe.find("qchem") != std::string::npos) ||
                     (compute_engine < 1 || compute_engine > 3);
-    if (!ok) fatal(kModule, 560, 1, strprintf(kEngineMismatch, compute_engine, exe.c_str()));
+    if (!ok) fatal(kModule, kLineEngine, 1, strprintf(kEngineMismatch, compute_engine, exe.c_str()));
     unique_RE_calc = RE_unique_mol != 0;
     unique_uc_mol_one_calc = unique_nei_mol_one_calc = unique_2mol_calc = HL_unique_mol != 0;
 }

@@ -10,17 +10,15 @@
 #include <sstream>
 
 #include "pairs.h"
+#include "transport_errors.h"
+
+using namespace transport_error;
 
 namespace network {
 
 namespace {
 
 const char* const kModule = "transport";
-constexpr int kLineExists = 1710;
-constexpr int kLineOpen = 1720;
-constexpr int kLineSyntax = 1730;
-constexpr int kLineClasses = 1740;
-constexpr int kLineValue = 1750;
 
 const char* const kExists =
     "%s exists already: it may hold your couplings, so kelta_kmc -pairs does not replace it (remove or rename it, "
@@ -181,7 +179,10 @@ Pairs find_pairs(const Molecules& m, const Neighbours& neighbours)
 void write_couplings_template(const Transport& t, const Pairs& pairs, const std::string& file, RateModel model)
 {
     const bool quantum = model == RateModel::quantum;
-    if (std::filesystem::exists(file)) fatal(kModule, kLineExists, 1, strprintf(kExists, file.c_str()));
+    // A name the system cannot even look up (too long, a file as a directory)
+    // is no existing file: the open below reports it.
+    std::error_code unused;
+    if (std::filesystem::exists(file, unused)) fatal(kModule, kLineExists, 1, strprintf(kExists, file.c_str()));
     const std::string structure = t.mol_input_mode == 2 ? t.cif_filename : "the molecule files of the input";
     OutputFile f(file, kModule, kLineOpen);
     f.print(kTemplateHead, structure.c_str(), t.mol_count, t.lat_cutoff, t.scell_n[0], t.scell_n[1], t.scell_n[2],

@@ -1,4 +1,5 @@
 #include "transport.h"
+#include "transport_errors.h"
 
 #include <unistd.h>
 
@@ -7,6 +8,8 @@
 #include <cstdio>
 #include <numeric>
 #include <span>
+
+using namespace transport_error;
 
 namespace {
 const char* const kModule = "transport";
@@ -92,12 +95,12 @@ void Transport::build_neighbor_list(bool verbose)
     const int na = scell_n[0], nb = scell_n[1], nc = scell_n[2];
     for (const int n : scell_n)
         if (n < -kMaxSearchCells || n > kMaxSearchCells)
-            fatal(kModule, 855, 1, strprintf(kRangeOutOfBounds, na, nb, nc, kMaxSearchCells, kMaxSearchCells));
+            fatal(kModule, kLineSearchRange, 1, strprintf(kRangeOutOfBounds, na, nb, nc, kMaxSearchCells, kMaxSearchCells));
     double atoms = 0.0, cells = 1.0;
     for (int m = 0; m < mol_count; ++m) atoms += mol_natoms[m];
     for (const int n : scell_n) cells *= std::max(0.0, 2.0 * n + 1.0);  // a negative range searches nothing
     if (cells * atoms * atoms > kMaxPairTests)
-        fatal(kModule, 860, 1, strprintf(kRangeTooWide, na, nb, nc, cells * atoms * atoms, kMaxPairTests));
+        fatal(kModule, kLineSearchTooWide, 1, strprintf(kRangeTooWide, na, nb, nc, cells * atoms * atoms, kMaxPairTests));
     const size_t nmol = static_cast<size_t>(mol_count);
     const size_t cap = static_cast<size_t>(NNEIMAX);
 
@@ -149,7 +152,7 @@ void Transport::build_neighbor_list(bool verbose)
                         key[count] = squared_length(mat_vec_mul(latt, d));
                         ++count;
                         if (count >= NNEIMAX)
-                            fatal(kModule, 870, -1, "", "Need to boost NNEIMAX (NumNeigh=" + std::to_string(NNEIMAX) + ")\n");
+                            fatal(kModule, kLineNeighbours, -1, "", "Need to boost NNEIMAX (NumNeigh=" + std::to_string(NNEIMAX) + ")\n");
                     }
         std::iota(order.begin(), order.begin() + count, 0);
         quickSort_d(key.data(), order.data(), count);

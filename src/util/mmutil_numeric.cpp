@@ -144,11 +144,17 @@ void q_sort2(const double* keys, int* idx, int left, int right)
 
 // ---------------------------------------------------------------- 3x3 helpers
 
+namespace {
+// The numbers the error header of the mmutil module prints ("line N").
+constexpr int kLineOverlap = 593;   // invert's result would overwrite its input
+constexpr int kLineSingular = 600;  // a matrix with no inverse
+}  // namespace
+
 void invert(const Mat3& m, Mat3& inv)
 {
-    if (&m == &inv) fatal("mmutil", 593, -1, "invert - Result matrix overlaps input\n");
+    if (&m == &inv) fatal("mmutil", kLineOverlap, -1, "invert - Result matrix overlaps input\n");
     const double det = determinant(m);
-    if (std::fabs(det) < kSingularDeterminant) fatal("mmutil", 600, -1, "Determinant of matrix is zero.\n");
+    if (std::fabs(det) < kSingularDeterminant) fatal("mmutil", kLineSingular, -1, "Determinant of matrix is zero.\n");
     Mat3 cof;
     for (int i = 0; i < 3; ++i)
         for (int j = 0; j < 3; ++j) {
