@@ -31,6 +31,7 @@ optional=(
   python3-matplotlib
   python3-jsonschema  # the test of the JSON summary against its schema
   groff-base          # the test that renders the manual pages
+  psi4                # the quantum-chemistry engine the couplings' physics tests run
 )
 
 # What the project uses, and the package that provides it: the CMake packages
@@ -41,7 +42,7 @@ declare -A provides=(
   [find:OpenMP]=g++ [find:GTest]=libgtest-dev [find:Eigen3]=libeigen3-dev [find:nlohmann_json]=nlohmann-json3-dev
   [find:Threads]= [include:gtest]=libgtest-dev [include:gmock]=libgtest-dev [include:Eigen]=libeigen3-dev
   [include:nlohmann]=nlohmann-json3-dev [include:sys]= [include:bits]= [include:linux]=
-  [run:gnuplot]=gnuplot-nox [run:groff]=groff-base [run:/usr/bin/python3]=python3
+  [run:gnuplot]=gnuplot-nox [run:groff]=groff-base [run:/usr/bin/python3]=python3 [run:psi4]=psi4
   [import:numpy]=python3-numpy [import:matplotlib]=python3-matplotlib [import:mpl_toolkits]=python3-matplotlib
   [import:jsonschema]=python3-jsonschema)
 python_standard=" argparse collections csv glob io itertools json math os pathlib re shutil subprocess sys tempfile unittest "
@@ -63,7 +64,7 @@ check() {
     use "include:$what" required
   done
   for what in $({ files | grep -E '^(tests|demo)/' | xargs cat; cat CMakeLists.txt; } \
-                | grep -oE '(^|[^[:alnum:]_/.-])(gnuplot|groff|/usr/bin/python3)\b' | grep -oE '(gnuplot|groff|/usr/bin/python3)$' | sort -u); do
+                | grep -oE '(^|[^[:alnum:]_/.-])(gnuplot|groff|psi4|/usr/bin/python3)\b' | grep -oE '(gnuplot|groff|psi4|/usr/bin/python3)$' | sort -u); do
     use "run:$what" optional
   done
   for what in $(files | xargs grep -hoE '(^|["'"'"'])\s*(import\s+[[:alnum:]_.]+|from\s+[[:alnum:]_.]+\s+import)' \
