@@ -1,5 +1,8 @@
-// Mobility analysis: track files, average and axis mobility, the angle scans
-// and their plot scripts.
+// src/analysis: the mobility analysis, kelta_mob. The Mobutils class (the top of
+// the class chain): track reading, the average and axis mobility, the angle scans,
+// the tensor, the MSD picture, the plot scripts and the run summary, over
+// mob_utils_*.cpp; mob_utils_engine holds the bootstrap engine. It links the
+// model and never the hopping simulation.
 #pragma once
 
 #include <cstdint>

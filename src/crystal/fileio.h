@@ -1,5 +1,8 @@
-// Crystal structure: element table, cell and coordinates, CIF and MOL readers,
-// P1 expansion, molecule separation and the per-molecule arrays the run uses.
+// src/crystal: the crystal structure, above util and below everything else. The
+// FileIO class (the base of the configuration and run objects) with the element
+// table, the cell and its coordinates, the CIF and MOL readers that kelta_mob
+// uses, the P1 expansion and the separation into molecules, spread over
+// fileio_*.cpp; fileio_errors.h holds the numbers of its refusals.
 #pragma once
 
 #include <array>

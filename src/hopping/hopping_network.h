@@ -1,6 +1,8 @@
-// The hopping network of a crystal: the rates of the hops between neighbouring
-// molecules (pairs.h), the exact long-time diffusion and drift of the network,
-// and the reports of both.
+// src/hopping: the hopping simulation, kelta_kmc. This header: the rates of the
+// hops between neighbouring molecules (pairs.h), the exact long-time diffusion
+// and drift of the network, and their reports; hopping_walk.h: the walk and the
+// run that writes the track files (src/tracks). It links the model and the track
+// files, never the analysis.
 #pragma once
 
 #include <array>

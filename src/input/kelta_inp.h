@@ -1,4 +1,7 @@
-// The suite's keyword input file: defaults, environment presets and the reader.
+// src/input: the suite's keyword input file kelta.inp (KeltaInp: defaults,
+// environment presets, the reader and its checks) and the job settings it fills
+// (job_scripts: the scheduler record and the batch scripts). Above the crystal
+// structure, which the crystal keyword reads at once; below the model.
 #pragma once
 
 #include <string>

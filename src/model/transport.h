@@ -1,5 +1,8 @@
-// Transport state of the run (track directory and unit, carrier, electron counts)
-// and the neighbour list of molecule pairs.
+// src/model: what every stage after the input reads. The Transport class: the
+// run's transport state (track directory and unit, carrier, electron counts) and
+// the neighbour list of molecule pairs; pairs.h: the hops grouped into classes of
+// equivalent pairs and the couplings file. Below the analysis, the hopping
+// simulation and the quantum-chemistry stage, which never see one another.
 #pragma once
 
 #include <string>
