@@ -1,5 +1,6 @@
 // Whole runs on the working directories kept under tests/data/cases. A case holds
-//   program  kelta_kmc for a run of the hopping simulation (optional; kelta_mob)
+//   program  kelta_kmc for a run of the hopping simulation, kelta_tracks for the
+//            synthetic tracks (its built program; optional; kelta_mob)
 //   args     the command-line arguments, one per line (optional)
 //   env      NAME=VALUE lines set for the run, and unset after it (optional)
 //   base     another case whose in/ is laid down first (optional)
@@ -80,8 +81,10 @@ TEST_P(Cases, RunAsRecorded)
     seeds.scan = {1, 2};
     const std::vector<std::string> program = read_lines(c / "program"), env = read_lines(c / "env");
     for (const std::string& e : env) setenv(e.substr(0, e.find('=')).c_str(), e.substr(e.find('=') + 1).c_str(), 1);
-    const Outcome r = !program.empty() && program[0] == "kelta_kmc" ? run_kmc(read_lines(c / "args"))
-                                                                    : run_in_process(read_lines(c / "args"), seeds);
+    const std::string name = program.empty() ? "kelta_mob" : program[0];
+    const Outcome r = name == "kelta_kmc"      ? run_kmc(read_lines(c / "args"))
+                      : name == "kelta_tracks" ? run_tool(work, read_lines(c / "args"), "", KELTA_TRACKS_EXE)
+                                               : run_in_process(read_lines(c / "args"), seeds);
     for (const std::string& e : env) unsetenv(e.substr(0, e.find('=')).c_str());
     expect_recorded(c / "out/stdout", r.out);
     expect_recorded(c / "out/stderr", r.err);

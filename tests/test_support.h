@@ -99,10 +99,12 @@ struct Outcome {
     std::string out, err;
 };
 
-// Runs the built tool in `dir` with the given arguments (each shell-quoted) after the shell commands `before`.
-inline Outcome run_tool(const std::filesystem::path& dir, const std::vector<std::string>& args, const std::string& before = "")
+// Runs the built tool (kelta_mob unless `exe` names another) in `dir` with the
+// given arguments (each shell-quoted) after the shell commands `before`.
+inline Outcome run_tool(const std::filesystem::path& dir, const std::vector<std::string>& args, const std::string& before = "",
+                        const std::string& exe = KELTA_MOB_EXE)
 {
-    std::string cmd = "cd '" + dir.string() + "' && " + before + " '" KELTA_MOB_EXE "'";
+    std::string cmd = "cd '" + dir.string() + "' && " + before + " '" + exe + "'";
     for (const std::string& a : args) cmd += " '" + a + "'";
     const int rc = std::system((cmd + " > .stdout 2> .stderr").c_str());
     const Outcome r = {WIFEXITED(rc) ? WEXITSTATUS(rc) : 1000, read_file(dir / ".stdout"), read_file(dir / ".stderr")};

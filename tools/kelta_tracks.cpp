@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include "track_gen.h"
@@ -43,16 +44,16 @@ void print_tensor(const char* title, const Mat3& m)
 
 int main(int argc, char** argv)
 {
-    try {
+    return run_program("kelta_tracks", [&] {
         std::string file, dir = ".";
-        double temp = 300.0, unit = 1e-9;
+        double temp = 300.0, unit = units::kNanosecond;
         track_gen::Settings over;
         bool nsimu = false, tsimu = false, tsnap = false, seed = false;
         for (int i = 1; i < argc; ++i) {
             const std::string a = argv[i];
             if (a == "--help" || a == "-h") {
                 std::fputs(kHelp, stdout);
-                return 0;
+                end_run(0);
             }
             if (a.rfind("--", 0) != 0) {
                 file = a;
@@ -66,7 +67,11 @@ int main(int argc, char** argv)
             else if (a == "--tsnap") over.tsnap = std::atof(v), tsnap = true;
             else if (a == "--seed") over.seed = std::strtoull(v, nullptr, 10), seed = true;
             else if (a == "--temp") temp = std::atof(v);
-            else if (a == "--timeunit") unit = std::strcmp(v, "PS") == 0 ? 1e-12 : 1e-9;
+            else if (a == "--timeunit") {
+                const std::optional<units::TimeUnit> u = units::time_unit_named(v);
+                if (!u) fatal_plain(1, "", std::string("kelta_tracks: --timeunit can only be PS or NS, not '") + v + "'\n");
+                unit = u->seconds;
+            }
             else fatal_plain(1, "", "kelta_tracks: unknown option " + a + " (see --help)\n");
         }
         if (file.empty()) fatal_plain(1, "", "kelta_tracks: no settings file given (see --help)\n");
@@ -88,8 +93,5 @@ int main(int argc, char** argv)
             for (int j = 0; j < 3; ++j) mu[i][j] = f * d[i][j];
         std::printf("mobility tensor at %g K, time unit %g s, cm^2/(V s):\n", temp, unit);
         print_tensor("", mu);
-        return 0;
-    } catch (const RunExit& e) {
-        return e.status();
-    }
+    });
 }
