@@ -45,16 +45,16 @@ TEST(CrystalElements, TypesAndLabels)
         const char* text;
         int z;
     } labels[] = {
-        {"C(10)", 6}, {"C10A", 6}, {"H8A", 1},  {"H(O1)", 1}, {"HO1", 1},   {"O", 8},   {"N0", 7},
+        {"C(10)", 6}, {"C10A", 6}, {"H8A", 1},  {"H(O1)", 1}, {"HO1", 1},   {"O", 8},    {"N0", 7},
         {"Cl1", 17},  {"CL1", 17}, {"Br2", 35}, {"BR2", 35},  {"Si1", 14},  {"SI1", 14}, {"Se1", 34},
-        {"CA1", 6},   {"Ca1", 20}, {"Hb", 1},   {"D1", 1},    {"c12", 6},   {"1C", 0},  {"Q1", 0},
-        {"", 0},
+        {"CA1", 6},   {"Ca1", 20}, {"Hb", 1},   {"D1", 1},    {"DUM1", 0},  {"c12", 6},  {"1C", 0},
+        {"Q1", 0},    {"", 0},
     };
     for (const auto& l : labels) EXPECT_EQ(element_from_label(l.text), l.z) << l.text;
     const struct {
         const char* text;
         int z;
-    } types[] = {{"C", 6}, {"Cl", 17}, {"CL", 17}, {"O2-", 8}, {"Fe3+", 26}, {"D", 1}, {"?", 0}, {"Q", 0}};
+    } types[] = {{"C", 6}, {"Cl", 17}, {"CL", 17}, {"O2-", 8}, {"Fe3+", 26}, {"D", 1}, {"Du", 0}, {"?", 0}, {"Q", 0}};
     for (const auto& t : types) EXPECT_EQ(element_from_type(t.text), t.z) << t.text;
 }
 

@@ -9,6 +9,36 @@
 //      of the loop and does not matter);
 //   2. the Hall symbol; 3. the Hermann-Mauguin symbol; 4. the IT number.
 // Nothing of these: refused.
+//
+// What real database files do, the file that does it, and where it is met:
+//   CRLF line ends (tribenzylmethanol_pcab_crlf), atom rows wrapped over two or
+//   three lines (dimethylquinacridone_p21c_wrapped), numbers without a leading
+//   zero, ".26248(2)" (c60_hydroquinone_r-3m), '#' and '&' inside a label
+//   (oxacalixarene_dcm_c2c): the CIF grammar itself, nothing to do here.
+//   An id column beside the operations, under _symmetry_equiv_pos_site_id
+//   (tfa_phenylbithiophene_cmca) or _space_group_symop_id
+//   (paracetamol_p21n_symopid); operations in capitals with signs, "+X,+Y,+Z":
+//   read by column and by the operation parser, listed_operations.
+//   An operation listed twice (tfa_phenylbithiophene_cmca): add_distinct.
+//   Decimal translations, "0.5-x" (bedtttf_dicyanamide_pcca_qtypes):
+//   normalise_operation.
+//   No space-group tag at all, the operations under the newer tag only
+//   (disulfide_cc_newtags): listed_operations.
+//   No type column (paracetamol_p21n_symopid), every type '?'
+//   (bedtttf_dicyanamide_pcca_qtypes), labels "O", "C(11)", "H(O1)"
+//   (tribenzylmethanol_pcab_crlf): site_element and element_from_label
+//   (fileio_sites.cpp).
+//   Sites on special positions: on a mirror as x = 1.0000
+//   (tfa_phenylbithiophene_cmca), on a 2-fold axis (the anion's N0 of
+//   bedtttf_dicyanamide_pcca_qtypes): build_crystal merges images.
+//   Disorder groups in an assembly with occupancies
+//   (benzimidazolylphenol_p42n_disorder): keep_major_conformers.
+//   Alternative sites with no occupancies, the hydroxyl H on three sites
+//   (tribenzylmethanol_pcab_crlf): formula_warning; overlapping C60
+//   orientations (c60_hydroquinone_r-3m): refused as duplicate sites
+//   (find_molecules).
+//   No hydrogen located (bedtttf_dicyanamide_pcca_qtypes): a warning in
+//   build_crystal. No Z (paracetamol_p21n_symopid): no formula check.
 #include <gemmi/cif.hpp>
 #include <gemmi/numb.hpp>
 #include <gemmi/symmetry.hpp>

@@ -34,8 +34,8 @@ int element_index(char first, char second)
     return 0;
 }
 
-// Deuterium and tritium are hydrogen here.
-int hydrogen_isotope(char first) { return first == 'D' || first == 'T' ? 1 : 0; }
+// Deuterium ("D", "D1", "D(12)") is hydrogen here; "Du", "DUM" (dummy atoms) are nothing.
+int deuterium(std::string_view s) { return upper(s[0]) == 'D' && (s.size() == 1 || !is_letter(s[1])) ? 1 : 0; }
 
 // The shortest distance between the lattice images of two fractional points.
 double periodic_distance(const Mat3& latt, const Vec3& a, const Vec3& b)
@@ -93,8 +93,8 @@ struct Site {
 
 int site_element(const RawSite& s)
 {
-    // No type column (paracetamol_p21n_symopid) or '?' types (bedtttf_dicyanamide_pcca_qtypes):
-    // the label tells the element.
+    // No type column (paracetamol_p21n_symopid), '?' types (bedtttf_dicyanamide_pcca_qtypes)
+    // or a type that names no element: the label tells the element.
     if (!s.type.empty()) {
         if (const int z = element_from_type(s.type)) return z;
     }
@@ -136,9 +136,11 @@ double occupancy(const RawSite& s)
     return s.occupancy.empty() || end == s.occupancy.c_str() || !std::isfinite(v) ? 1.0 : v;
 }
 
-// Disorder: each assembly ('' when the file names none) keeps its group of the
-// largest mean occupancy, the first listed of equal ones; sites of no group are
-// always kept. Returns the warning, or "".
+// Disorder (benzimidazolylphenol_p42n_disorder: a methyl on two ring
+// positions, groups 1 and 2 of assembly A): each assembly ('' when the file
+// names none) keeps its group of the largest mean occupancy, the first listed
+// of equal ones; sites of no group ('.', '?', 0) are always kept. Partial
+// occupancies without a group are kept as they are. Returns the warning, or "".
 std::string keep_major_conformers(const RawStructure& raw, std::vector<Site>& sites)
 {
     struct Group {
@@ -220,7 +222,7 @@ int element_from_type(std::string_view type)
     if (type.size() > 1 && is_letter(type[1]))
         if (const int z = element_index(first, lower(type[1]))) return z;
     if (const int z = element_index(first, '\0')) return z;
-    return hydrogen_isotope(first);
+    return deuterium(type);
 }
 
 int element_from_label(std::string_view label)
@@ -234,7 +236,7 @@ int element_from_label(std::string_view label)
     //    "CA" carbon A, "NA" nitrogen A), except for CL, BR, SI and SE, which
     //    old all-capital files write for chlorine, bromine, silicon and
     //    selenium, and which no organic label means otherwise.
-    //  - "D1" and "T1" are deuterium and tritium: hydrogen.
+    //  - "D1" is deuterium: hydrogen.
     if (label.empty() || !is_letter(label[0])) return 0;
     const char first = upper(label[0]);
     const char second = label.size() > 1 && is_letter(label[1]) ? label[1] : '\0';
@@ -245,7 +247,7 @@ int element_from_label(std::string_view label)
         if (pair == "CL" || pair == "BR" || pair == "SI" || pair == "SE") return element_index(first, lower(second));
     }
     if (const int z = element_index(first, '\0')) return z;
-    return hydrogen_isotope(first);
+    return deuterium(label);
 }
 
 std::string element_symbol(int z)
