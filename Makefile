@@ -68,7 +68,7 @@ test-tsan:
 FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 60
 SHARED_DATA ?= ../shared/data
-FUZZ_TARGETS = kelta_inp cif mol symmetry track_line neighbors couplings
+FUZZ_TARGETS = kelta_inp cif mol symmetry track_line neighbors couplings gemmi_cif
 fuzz:
 	@$(call configured,$(FUZZ_BUILD)) || CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) \
 	  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKELTA_FUZZ=ON -DKELTA_BUILD_TESTS=OFF $(CMAKE_OPTIONS)

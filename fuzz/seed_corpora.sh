@@ -7,7 +7,7 @@ shared=${2:-}
 here=$(cd "$(dirname "$0")/.." && pwd)
 data=$here/tests/data
 rm -rf "$out"
-mkdir -p "$out"/{kelta_inp,cif,mol,symmetry,track_line,neighbors,couplings}
+mkdir -p "$out"/{kelta_inp,cif,mol,symmetry,track_line,neighbors,couplings,gemmi_cif}
 n=0
 copy() {  # copy FILE... into the corpus directory $dir, numbering them
   for f in "$@"; do [ -f "$f" ] && cp "$f" "$dir/$((n++))"; done
@@ -17,9 +17,11 @@ dir=$out/kelta_inp; copy "$data"/keywords/*.inp "$data"/cases/*/in/kelta.inp
 dir=$out/cif;       copy "$data"/cif/*.cif "$data"/cases/*/in/*.cif
 dir=$out/mol;       copy "$data"/mol/*.mol "$data"/cases/*/in/*.mol
 dir=$out/couplings; copy "$data"/cases/kmc_*/in/kelta-*.dat
+dir=$out/gemmi_cif; copy "$data"/crystal/*.cif "$data"/cif/*.cif
 if [ -n "$shared" ] && [ -d "$shared" ]; then
   dir=$out/cif; copy "$shared"/cif/*.cif
   dir=$out/mol; copy "$shared"/mol/*.mol
+  dir=$out/gemmi_cif; copy "$shared"/cif/*.cif
 fi
 printf 'x,y,z\n-x,y+1/2,-z+1/2\n-x,-y,-z\nx,-y+1/2,z+1/2\n' > "$out/symmetry/p21c"
 printf '1 0 0 0.5 0 1 0 0 0 0 1 0\ny-x,-x,z+2/3\n+X,-Y,1/4+Z\n' > "$out/symmetry/forms"

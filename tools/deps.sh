@@ -23,6 +23,9 @@ required=(
   libgtest-dev        # the test suite
   libeigen3-dev       # kelta_kmc's linear algebra
   nlohmann-json3-dev  # the JSON summary
+  gemmi-dev           # the crystal reader of kelta_kmc (CIF files, symmetry)
+  tao-pegtl-dev       # the parser gemmi's CIF reader is built on
+  libstb-dev          # stb_sprintf, which gemmi's headers include
 )
 optional=(
   gnuplot-nox         # the demo's pictures; the plot tests
@@ -37,11 +40,14 @@ optional=(
 # What the project uses, and the package that provides it: the CMake packages
 # and include directories of the build (required), the programs the tests and
 # the demo run and the Python modules of the scripts (optional: what needs them
-# skips without them). An empty package is the compiler's or the C library's.
+# skips without them). An empty package is the compiler's or the C library's;
+# several packages are all needed (Debian's gemmi-dev does not depend on the
+# libraries its headers include).
 declare -A provides=(
   [find:OpenMP]=g++ [find:GTest]=libgtest-dev [find:Eigen3]=libeigen3-dev [find:nlohmann_json]=nlohmann-json3-dev
   [find:Threads]= [include:gtest]=libgtest-dev [include:gmock]=libgtest-dev [include:Eigen]=libeigen3-dev
   [include:nlohmann]=nlohmann-json3-dev [include:sys]= [include:bits]= [include:linux]=
+  [include:gemmi]="gemmi-dev tao-pegtl-dev libstb-dev"
   [run:gnuplot]=gnuplot-nox [run:groff]=groff-base [run:/usr/bin/python3]=python3 [run:psi4]=psi4
   [import:numpy]=python3-numpy [import:matplotlib]=python3-matplotlib [import:mpl_toolkits]=python3-matplotlib
   [import:jsonschema]=python3-jsonschema)
@@ -53,8 +59,9 @@ check() {
   local status=0 what package
   use() {  # use KIND:NAME required|optional
     if [ -z "${provides[$1]+set}" ]; then echo "deps: ${1#*:} is used: which Debian package provides it?"; status=1; return; fi
-    package=${provides[$1]}
-    [ -z "$package" ] || [ "${need[$package]:-}" = required ] || need[$package]=$2
+    for package in ${provides[$1]}; do
+      [ "${need[$package]:-}" = required ] || need[$package]=$2
+    done
   }
   # The sources, the tests and the demo; not the test data, not fuzz/ (only make
   # fuzz builds it, with clang).

@@ -3,7 +3,6 @@
 // the programs; other units only where a file is written or read.
 #pragma once
 
-#include <numbers>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,7 +13,8 @@ namespace units {
 inline constexpr double kBoltzmann = 8.617333262e-5;    // kB, eV / K
 inline constexpr double kHbar = 6.582119569e-16;        // reduced Planck constant, eV s
 inline constexpr double kHartree = 27.211386245988;     // one hartree in eV
-inline constexpr double kPi = std::numbers::pi;
+inline constexpr double kPi = 3.141592653589793238;  // pi to double precision (std::numbers::pi; the
+                                                      // gemmi reader is built as C++17)
 
 // ---------------------------------------------------------------- the analysis' own roundings
 // The mobility analysis converts a mean-square-displacement slope with 2 kB rounded
