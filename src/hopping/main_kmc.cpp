@@ -56,7 +56,7 @@ const char* const kFieldWithoutDirection =
     "field_range gives the magnitudes of the field along the direction of app_elec_F: set app_elec_F to a field "
     "that is not zero (app_elec_F = 1 0 0 points along a and is negligible elsewhere)\n";
 const char* const kNoMobTensor =
-    "%zu of the %zu temperatures have no simulated mobility (the first: %s is not there): their kmc columns of "
+    "%zu of the %zu temperatures without a simulated mobility (the first: %s is not there): their kmc columns of "
     "me_temp.dat are nan\n";
 
 struct Options {
