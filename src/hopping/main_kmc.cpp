@@ -293,20 +293,20 @@ void simulate_series(const Setup& u, const Options& o, const std::vector<double>
     const double n = static_cast<double>(temps.size());
     tracks::check_room(".", s.count * static_cast<long>(temps.size()), s.rows, n * 4.0 * static_cast<double>(u.table.size()));
     std::vector<std::string> folders;
-    for (const double T : temps) {
-        folders.push_back(series::folder_name(T));
-        series::lay_folder(u.t, o.config, T, folders.back());
-    }
+    for (const double T : temps) folders.push_back(series::folder_name(T));
+    // The script first: it checks the slices and the scheduler before any folder is laid out.
     if (o.jobscript >= 0) {
         check_slices(u.t, o);
         const std::string script =
             u.t.job.write_kmc_series_job(folders, s.count, static_cast<int>(o.jobscript), o.config, o.unit.option);
+        for (size_t k = 0; k < temps.size(); ++k) series::lay_folder(u.t, o.config, temps[k], folders[k]);
         std::printf("  wrote %zu folders (%s to %s) and %s: %ld slices at each temperature for %s, then kelta_mob "
                     "-tensor in each folder and %s -collect; submit with: sh %s\n",
                     folders.size(), folders.front().c_str(), folders.back().c_str(), script.c_str(), o.jobscript,
                     u.t.job.sched_type.c_str(), prog.c_str(), script.c_str());
         return;
     }
+    for (size_t k = 0; k < temps.size(); ++k) series::lay_folder(u.t, o.config, temps[k], folders[k]);
     Options in = o;
     in.config = "kelta.inp";
     for (const std::string& folder : folders) {
