@@ -7,6 +7,9 @@
 //                     linearly at every step
 //   threads           the scaling of the walk from one thread to two
 //   whole runs        the built kelta_kmc with its track files
+//   master equation   the exact answer at every temperature of a series (150 to
+//                     300 K by 10), in the process and as a whole run of the
+//                     built kelta_kmc with its table and scripts
 // Usage: kelta_bench_kmc [--quick]
 #include <omp.h>
 
@@ -19,6 +22,7 @@
 
 #include "../tests/test_kmc_oracle.h"
 #include "bench_support.h"
+#include "hopping_series.h"
 #include "hopping_walk.h"
 
 namespace fs = std::filesystem;
@@ -144,6 +148,35 @@ int main(int argc, char** argv)
         Network n;
         load(n, wide);
         compare_walks("demo crystal, cut-off 8 A", n, count / 4, rows, tsnap);
+    }
+
+    // The master equation's temperature series: no walk, no track file.
+    {
+        Network n;
+        load(n, demo);
+        const network::Pairs p = network::find_pairs(n.t);
+        const network::Couplings c = network::read_couplings(n.t.kelta_dat_file, p, n.t.mol_count, RateModel::marcus);
+        const series::Network net{n.t.mol_count, n.t.latt, &c, p.hops};
+        const std::vector<double> temps = series::temperatures(150, 300, 10);
+        double sum = 0;
+        const double in_process = median_time(9, [&] {
+            for (const double T : temps) {
+                network::Conditions at = network::run_conditions(n.t);
+                at.temperature = T;
+                sum += series::temperature_point(net, at, units::TimeUnit{}).average;
+            }
+        });
+        std::printf("\nthe master equation's temperature series, demo crystal, %zu temperatures (3 solutions of the cell "
+                    "problem each):\n  in the process: %.3g ms (%.3g ms per temperature)%s\n",
+                    temps.size(), 1e3 * in_process, 1e3 * in_process / static_cast<double>(temps.size()),
+                    sum == 1.2345 ? " " : "");
+        write_text(demo / "kelta.inp", "&transport\n  crystal = naphthalene_like.cif\n  ratetype = marcus\n"
+                                       "  do_transport_run_MC = 0\n  do_transport_run_ME_temp = 1\n"
+                                       "  start_temp = 150\n  end_temp = 300\n  delta_temp = 10\n/\n");
+        fs::current_path(home);
+        const RunFigures run = whole_runs(KELTA_KMC_EXE, demo, 9, {"-timeunit", "PS"});
+        std::printf("  whole run of kelta_kmc (the structure, the pairs, me_temp.dat and its scripts): wall %.3f s, "
+                    "peak memory %.0f MB\n", run.wall, run.peak_mb);
     }
 
     // Whole runs of the built kelta_kmc: the walk, the track files, the side files.

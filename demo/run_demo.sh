@@ -2,8 +2,9 @@
 # The demo, from a crystal to a mobility: a naphthalene-like crystal, its
 # classes of molecule pairs (kelta_kmc -pairs), couplings filled in from the
 # table below, the hopping simulation of a hole (kelta_kmc), every analysis of
-# kelta_mob and, when gnuplot is installed, the pictures; then the measured
-# principal mobilities beside the exact ones of the network.
+# kelta_mob and, when gnuplot is installed, the pictures; the mobility against
+# temperature and field from the master equation with two rate models; then the
+# measured principal mobilities beside the exact ones of the network.
 # Usage: demo/run_demo.sh BUILD_DIR OUTPUT_DIR [TRAJECTORIES]
 set -euo pipefail
 build=$(cd "$1" && pwd)
@@ -98,7 +99,44 @@ else
   echo "  gnuplot is not installed: run 'gnuplot NAME.gnu-png' (or 'python3 NAME.py') later"
 fi
 
-echo "== 6. what came out, in cm^2/(V s), in $out"
+echo "== 6. mobility against temperature and field from the master equation: Marcus and one-mode quantum rates"
+# The same crystal and couplings, 150 to 300 K, and the drift along a from 1e4 to 1e9 V/m at 300 K:
+# Marcus rates with lambda = 180 meV, and Marcus-Levich-Jortner rates with the same 180 meV split into
+# a classical 30 meV and a mode of 180 meV with S = 150/180 (S hw = 150 meV). No track file.
+for model in marcus quantum; do
+  mkdir -p "me_$model"
+  cp naphthalene_like.cif charge.inp "me_$model/"
+  if [ "$model" = marcus ]; then
+    cp kelta-marcus.dat me_marcus/
+  else
+    sed 's/^lambda_meV = 180$/lambda_meV = 30/' kelta-marcus.dat > me_quantum/kelta-quantum.dat
+    printf 'hw_meV = 180\nhuang_rhys = 0.833333\n' >> me_quantum/kelta-quantum.dat
+  fi
+  cat > "me_$model/kelta.inp" <<EOF
+&transport
+  crystal      = naphthalene_like.cif
+  ratetype     = $model
+  temp         = 300.0
+  do_transport_run_MC      = 0     ! no simulation: the master equation alone
+  do_transport_run_ME      = 1     ! at temp, with the drift against field_range
+  do_transport_run_ME_temp = 1     ! at start_temp, start_temp + delta_temp, ... end_temp
+  start_temp   = 150
+  end_temp     = 300
+  delta_temp   = 10
+  app_elec_F   = 1 0 0             ! the direction of field_range: along a (1 V/m, negligible)
+  field_range  = 1e4 1e9 26        ! V/m, 5 per decade
+/
+EOF
+  (cd "me_$model" && "$build/kelta_kmc" -timeunit PS > kelta_kmc.log)
+  echo "  ratetype $model (me_$model/me_temp.dat, me_$model/me_field.dat):"
+  grep -E 'mu ~ T|zero-field' "me_$model/kelta_kmc.log" | sed 's/^ */    /'
+  if command -v gnuplot > /dev/null; then
+    (cd "me_$model" && gnuplot me_temp.gnu-png && gnuplot me_field.gnu-png)
+    echo "    me_$model/me_temp.png, me_$model/me_field.png"
+  fi
+done
+
+echo "== 7. what came out, in cm^2/(V s), in $out"
 cat mob.dat mob_a.dat mob_b.dat mob_c.dat | sed 's/^/  /'
 grep -E '^(anisotropy|average|convergence)|verdict' mob_tensor.dat | sed 's/^/  /'
 echo "  principal mobilities, measured (kelta_mob -tensor) against exact (kelta_kmc, kmc_exact.dat):"
@@ -114,5 +152,7 @@ cat <<'TXT'
   mob_tensor.dat: the tensor behind all of them, its principal values and their statistics;
   mob_msd.dat (mob_msd.png): the mean-square displacement, its bands, fits and local exponent;
   mob_summary.json: every input and result of the run, for scripts;
-  kmc_exact.dat: the exact answer of the hopping network; kmc_rates.dat: every hop and its rate.
+  kmc_exact.dat: the exact answer of the hopping network; kmc_rates.dat: every hop and its rate;
+  me_marcus/, me_quantum/: mobility against temperature (me_temp.dat) and drift against field
+  (me_field.dat) from the master equation, with Marcus and with one-mode quantum rates.
 TXT

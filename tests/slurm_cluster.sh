@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # A single-node SLURM cluster in a directory of its own, for the test of the
-# batch scripts of kelta_kmc (Debian slurmctld, slurmd, munge; root only).
+# batch scripts of kelta_kmc, one run and a temperature series (Debian
+# slurmctld, slurmd, munge; root only).
 #   slurm_cluster.sh start DIR   writes DIR/slurm.conf, starts munged, slurmctld
 #                                and slurmd, and waits until the node is idle;
 #                                exit 77 when this machine cannot (no root, no

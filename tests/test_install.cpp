@@ -127,16 +127,20 @@ TEST_F(Installed, DemoRunsFromTheInstalledProgramsAndDrawsEveryPicture)
     EXPECT_TRUE(fs::exists("run/track/track_0200.dat"));
     const bool gnuplot = shell("gnuplot --version").status == 0;
     const bool python = shell("/usr/bin/python3 -c 'import matplotlib, numpy'").status == 0;
-    for (const std::string b : {"mob_plane_xy", "mob_plane_xz", "mob_plane_yz", "mob_direction_all", "mob_msd"}) {
+    for (const std::string p : {"mob_plane_xy", "mob_plane_xz", "mob_plane_yz", "mob_direction_all", "mob_msd",
+                                "me_marcus/me_temp", "me_marcus/me_field", "me_quantum/me_temp", "me_quantum/me_field"}) {
+        const fs::path at = fs::path("run") / p;
+        const std::string in = "cd '" + at.parent_path().string() + "' && ", b = at.filename().string();
         if (gnuplot) {
-            EXPECT_EQ(read_file("run/" + b + ".png").rfind("\x89PNG\r\n\x1a\n", 0), 0u) << b;
-            const Outcome eps = shell("cd run && gnuplot " + b + ".gnu");
+            EXPECT_EQ(read_file(at.string() + ".png").rfind("\x89PNG\r\n\x1a\n", 0), 0u) << p;
+            const Outcome eps = shell(in + "gnuplot " + b + ".gnu");
             EXPECT_EQ(eps.status, 0) << eps.out;
             EXPECT_EQ(eps.out, "");
-            EXPECT_EQ(read_file("run/" + b + ".eps").rfind("%!PS-Adobe", 0), 0u) << b;
+            EXPECT_EQ(read_file(at.string() + ".eps").rfind("%!PS-Adobe", 0), 0u) << p;
         }
         if (python) {
-            EXPECT_EQ(shell("cd run && MPLBACKEND=Agg /usr/bin/python3 " + b + ".py").status, 0) << b;
+            const Outcome py = shell(in + "MPLBACKEND=Agg /usr/bin/python3 " + b + ".py");
+            EXPECT_EQ(py.status, 0) << p << py.out;
         }
     }
     if (!gnuplot || !python) GTEST_SKIP() << "gnuplot or Debian's python3 with matplotlib is not installed";

@@ -51,7 +51,8 @@ std::string dump(const KeltaInp& k)
     FIELD(RE_unique_mol); FIELD(HL_unique_mol); FIELD(homo_adjustment); FIELD(lumo_adjustment);
     FIELD(mol_input_mode); FIELD(mol_count); FIELD(mol_names); FIELD(lat_site_energy);
     FIELD(output_level); FIELD(kelta_dat_file); FIELD(output_eigval); FIELD(get_compute_engine());
-    FIELD(job.scratch); FIELD(eckart_mirror); FIELD(app_elec_F); FIELD(get_appE_flag());
+    FIELD(job.scratch); FIELD(eckart_mirror); FIELD(app_elec_F); FIELD(get_appE_flag()); FIELD(field_range);
+    FIELD(field_range_on);
     FIELD(qc_inp_append); FIELD(input_read); FIELD(unique_RE_calc); FIELD(unique_uc_mol_one_calc);
     FIELD(unique_nei_mol_one_calc); FIELD(unique_2mol_calc);
     return out.str();

@@ -16,5 +16,14 @@ inline constexpr int kLineExactFile = 2220;  // main_kmc.cpp
 inline constexpr int kLineDriftFile = 2230;  // main_kmc.cpp
 inline constexpr int kLineTemperature = 2240;  // main_kmc.cpp
 inline constexpr int kLineSlice = 2250;  // main_kmc.cpp
+inline constexpr int kLineFieldRange = 2260;  // main_kmc.cpp
+inline constexpr int kLineTemperatures = 2310;  // hopping_series.cpp
+inline constexpr int kLineFields = 2320;  // hopping_series.cpp
+inline constexpr int kLineTemperatureTable = 2330;  // hopping_series.cpp
+inline constexpr int kLineTemperatureScripts = 2340;  // hopping_plots.cpp
+inline constexpr int kLineFieldTable = 2350;  // hopping_series.cpp
+inline constexpr int kLineFieldScripts = 2360;  // hopping_plots.cpp
+inline constexpr int kLineFolderFiles = 2370;  // hopping_folders.cpp
+inline constexpr int kLineAnalysis = 2380;  // hopping_folders.cpp
 
 }  // namespace hopping_error

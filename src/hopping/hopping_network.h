@@ -70,6 +70,11 @@ Mat3 naive_diffusion(const std::vector<double>& pi, const std::vector<Hop>& hops
 // (units.h), so that the two programs' numbers compare digit for digit.
 Mat3 mobility_tensor(const Mat3& D, double temperature, const TimeUnit& unit);
 
+// The exact drift velocity in cm/s, and the drift mobility v.F / |F|^2 in
+// cm^2/(V s) under `field` (V/m).
+Vec3 drift_cm_per_s(const Exact& e);
+double drift_mobility(const Exact& e, const Vec3& field);
+
 // ------------------------------------------------ reports
 // The rates table of -rates and kmc_rates.dat: rates per second and per `unit`.
 std::string rates_table(const Conditions& run, const Couplings& c, const std::vector<Hop>& hops, const TimeUnit& unit);

@@ -41,6 +41,10 @@ double along_field(const Vec3& v_cm_s, const Vec3& field) { return dot(v_cm_s, f
 
 }  // namespace
 
+Vec3 drift_cm_per_s(const Exact& e) { return in_cm_per_s(e.drift); }
+
+double drift_mobility(const Exact& e, const Vec3& field) { return along_field(in_cm_per_s(e.drift), field); }
+
 std::string rates_table(const Conditions& run, const Couplings& c, const std::vector<Hop>& hops, const TimeUnit& unit)
 {
     std::string s = strprintf(kRatesHead, run.model == RateModel::quantum ? "quantum" : "marcus", run.temperature,
@@ -78,10 +82,10 @@ std::string exact_report(const Conditions& run, const TimeUnit& unit, const Exac
     for (int c = 0; c < 3; ++c) s += strprintf("naive_%d     %14.6e\n", c + 1, naive_value[c]);
     if (squared_length(run.field) > 0) {
         const Vec3& field = run.field;
-        const Vec3 v = in_cm_per_s(e.drift);
+        const Vec3 v = drift_cm_per_s(e);
         s += strprintf("# drift under the field F = %g %g %g V/m (Cartesian)\n", field[0], field[1], field[2]);
         s += strprintf("drift_velocity_cm_s %14.6e %14.6e %14.6e\n", v[0], v[1], v[2]);
-        s += strprintf("drift_mobility %14.6e   (v.F / |F|^2, cm^2/(V s))\n", along_field(v, field));
+        s += strprintf("drift_mobility %14.6e   (v.F / |F|^2, cm^2/(V s))\n", drift_mobility(e, field));
     }
     return s;
 }
@@ -114,7 +118,7 @@ Drift measured_drift(const Conditions& run, const TimeUnit& unit, const Exact& e
     d.velocity_se = {se[0], se[1], se[2]};
     d.mobility = mean[3];
     d.mobility_se = se[3];
-    d.exact_mobility = along_field(in_cm_per_s(e.drift), d.field);
+    d.exact_mobility = drift_mobility(e, d.field);
     return d;
 }
 

@@ -10,10 +10,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <optional>
 #include <string>
 
+#include "hopping_series.h"
 #include "hopping_walk.h"
 
 using namespace hopping_error;
@@ -32,6 +34,7 @@ const char* const kHelp =
     "      -first N            : write trajectories N, N+1, ... only (from 1)\n"
     "      -count M            : write M trajectories only\n"
     "      -jobscript K        : write kmc_job.sh, K slices as a job array of sched_type, then stop\n"
+    "      -collect            : write me_temp.dat from the folders of the temperature series, then stop\n"
     "      -h, --help          : this text\n"
     "\n"
     "e.g.: %s -pairs       (then replace every NA of the couplings file)\n"
@@ -45,11 +48,18 @@ const char* const kRatesFile = "kmc_rates.dat";
 const char* const kExactFile = "kmc_exact.dat";
 const char* const kDriftFile = "kmc_drift.dat";
 
+const char* const kTemperatureFile = "me_temp.dat";
+const char* const kFieldWithoutDirection =
+    "field_range gives the magnitudes of the field along the direction of app_elec_F: set app_elec_F to a field "
+    "that is not zero (app_elec_F = 1 0 0 points along a and is negligible elsewhere)\n";
+const char* const kNoMobTensor =
+    "%zu of the %zu temperatures without a simulated mobility (the first: %s is not there): their kmc columns of "
+    "me_temp.dat are nan\n";
 
 struct Options {
     std::string config = "kelta.inp";
     units::TimeUnit unit;
-    bool pairs = false, rates = false;
+    bool pairs = false, rates = false, collect = false;
     long first = 0, count = -1;  // not given
     long jobscript = -1;         // slices of a batch script; not given
 };
@@ -85,6 +95,8 @@ Options parse_options(int argc, char** argv, const std::string& prog)
             o.pairs = true;
         } else if (a == "-rates") {
             o.rates = true;
+        } else if (a == "-collect") {
+            o.collect = true;
         } else if (a == "-timeunit") {
             const std::string u = value();
             const std::optional<units::TimeUnit> unit = units::time_unit_named(u);
@@ -110,6 +122,28 @@ void write_text(const char* name, int line, const std::string& text)
     f.commit();
 }
 
+// -jobscript K splits all nsimu trajectories into 1 .. nsimu slices.
+void check_slices(const Transport& t, const Options& o)
+{
+    if (o.first > 0 || o.count >= 0 || o.jobscript < 1 || o.jobscript > t.nsimu)
+        fatal("transport", kLineSlice, 1,
+              strprintf("-jobscript %ld: the slices of a batch script split all nsimu = %ld trajectories, "
+                        "from 1 to nsimu slices, without -first or -count\n", o.jobscript, static_cast<long>(t.nsimu)));
+}
+
+// The principal mobilities (and the drift) of an exact report, as the run prints them.
+void print_principal(const std::string& report)
+{
+    for (size_t at = 0; at < report.size();) {
+        const size_t end = report.find('\n', at);
+        const std::string line = report.substr(at, end - at);
+        if (line.rfind("principal_", 0) == 0 || line.rfind("drift_mobility", 0) == 0) std::printf("    %s\n", line.c_str());
+        at = end + 1;
+    }
+}
+
+void run(const Options& o, const std::string& prog, bool nested = false);
+
 // The slice and the time grid of the run.
 kmc::Simulation plan(const Transport& t, const Options& o)
 {
@@ -131,15 +165,165 @@ kmc::Simulation plan(const Transport& t, const Options& o)
     return s;
 }
 
-void run(const Options& o, const std::string& prog)
-{
-    std::printf("*** kelta_kmc: hopping simulation\n");
+// Changes into a folder for the life of the object.
+class InFolder {
+public:
+    explicit InFolder(const std::string& dir) : back_(std::filesystem::current_path()) { std::filesystem::current_path(dir); }
+    ~InFolder()
+    {
+        std::error_code ec;
+        std::filesystem::current_path(back_, ec);
+    }
+    InFolder(const InFolder&) = delete;
+    InFolder& operator=(const InFolder&) = delete;
+
+private:
+    std::filesystem::path back_;
+};
+
+// What the stages share: the input, the network and its couplings, the rates at
+// the run's temperature.
+struct Setup {
     Transport t;
+    network::Pairs pairs;
+    network::Couplings couplings;
+    network::Conditions conditions;
+    std::vector<network::Hop> hops;  // with the rates of `conditions`
+    std::string table;               // their table
+    series::Network network() const { return {t.mol_count, t.latt, &couplings, pairs.hops}; }
+};
+
+// The simulation at the run's temperature in the working directory, as a batch
+// script when -jobscript asks for one: the exact answer, the tracks, the drift.
+void simulate(Setup& u, const Options& o)
+{
+    const Transport& t = u.t;
+    const network::Exact e = network::solve_exact(t.mol_count, u.hops);
+    const std::string report = network::exact_report(u.conditions, o.unit, e, u.hops);
+    const kmc::Simulation s = plan(t, o);
+    // Nothing is written unless every file fits: the side files (the drift file
+    // is smaller than the report) and the tracks.
+    tracks::check_room(".", s.count, s.rows, 2.0 * static_cast<double>(report.size()) + static_cast<double>(u.table.size()));
+    if (o.jobscript >= 0) {
+        check_slices(t, o);
+        const std::string script =
+            t.job.write_kmc_job(s.count, static_cast<int>(o.jobscript), o.config, o.unit.option);
+        std::printf("  wrote %s: %ld slices of the %ld trajectories for %s, then kelta_mob -tensor; submit with: sh %s\n",
+                    script.c_str(), o.jobscript, s.count, t.job.sched_type.c_str(), script.c_str());
+        return;
+    }
+    write_text(kRatesFile, kLineRatesFile, u.table);
+    write_text(kExactFile, kLineExactFile, report);
+    std::printf("  rates in %s; the exact long-time answer of the network (%s):\n", kRatesFile, kExactFile);
+    print_principal(report);
+    create_directory("track");
+    std::printf("  %ld trajectories (%ld to %ld) of %g %s, a snapshot every %g %s, seed %d: track/\n", s.count, s.first,
+                s.first + s.count - 1, t.tsimu, o.unit.label.c_str(), t.tsnap, o.unit.label.c_str(), t.seed);
+    std::fflush(stdout);
+    std::vector<Vec3> centres;
+    for (int m = 0; m < t.mol_count; ++m) centres.push_back(vec3_at(t.mol_com, static_cast<size_t>(m)));
+    const kmc::Walk walk(t.latt, centres, u.hops, e.pi, o.unit.seconds);
+    const kmc::SimulationResult r = kmc::simulate(walk, s);
+    std::printf("  %lld hops\n", r.hops);
+    if (t.get_appE_flag() && s.count > 1) {
+        const network::Drift d =
+            network::measured_drift(u.conditions, o.unit, e, r.final_x, static_cast<double>(s.rows - 1) * t.tsnap);
+        write_text(kDriftFile, kLineDriftFile, network::drift_report(d));
+        std::printf("  drift mobility along F: %.4g +- %.2g cm^2/(V s) measured, %.4g exact (%s)\n", d.mobility, d.mobility_se,
+                    d.exact_mobility, kDriftFile);
+    }
+}
+
+// The exact answer at the run's temperature alone (unless the simulation wrote
+// it), and the drift against field when field_range asks for it.
+void exact_stage(const Setup& u, const Options& o, bool written, const std::vector<double>& field_grid)
+{
+    if (!written) {
+        const network::Exact e = network::solve_exact(u.t.mol_count, u.hops);
+        const std::string report = network::exact_report(u.conditions, o.unit, e, u.hops);
+        write_text(kRatesFile, kLineRatesFile, u.table);
+        write_text(kExactFile, kLineExactFile, report);
+        std::printf("  master equation at %g K: rates in %s; the exact long-time answer of the network (%s):\n",
+                    u.conditions.temperature, kRatesFile, kExactFile);
+        print_principal(report);
+    }
+    if (!field_grid.empty()) {
+        const series::FieldSeries f = series::field_series(u.network(), u.conditions, u.conditions.field, field_grid);
+        std::printf("  %s\n", series::write_field_files(f, u.t.ratetype).c_str());
+    }
+}
+
+// The exact answer at every temperature of the series, with the simulation's
+// mobilities from its folders when `measured`; me_temp.dat and its pictures.
+void temperature_table(Setup& u, const Options& o, const std::vector<double>& temps, bool measured)
+{
+    std::vector<series::TemperaturePoint> points;
+    std::vector<std::string> missing;
+    for (const double T : temps) {
+        network::Conditions at = u.conditions;
+        at.temperature = T;
+        points.push_back(series::temperature_point(u.network(), at, o.unit));
+        if (!measured) continue;
+        const std::string file = series::folder_name(T) + "/mob_tensor.dat";
+        points.back().kmc = series::read_mob_tensor(file);
+        if (!points.back().kmc.present) missing.push_back(file);
+    }
+    if (!missing.empty())
+        u.t.warn(strprintf(kNoMobTensor, missing.size(), temps.size(), missing[0].c_str()));
+    const std::string fits = series::write_temperature_files(points, u.t.latt, u.conditions, u.t.ratetype);
+    std::printf("  mobility against temperature%s: %zu temperatures from %s to %s K in %s (%s, %s):\n",
+                measured ? ", exact and simulated" : " from the master equation", temps.size(),
+                series::temperature_text(temps.front()).c_str(), series::temperature_text(temps.back()).c_str(),
+                kTemperatureFile, "me_temp.gnu-png", "me_temp.py");
+    for (size_t at = 0; at < fits.size();) {
+        const size_t end = fits.find('\n', at);
+        std::printf("    %s\n", fits.substr(at, end - at).c_str());
+        at = end + 1;
+    }
+}
+
+// The simulation at every temperature of the series, each in its folder; as a
+// job array of temperatures x slices when -jobscript asks for one.
+void simulate_series(const Setup& u, const Options& o, const std::vector<double>& temps, const std::string& prog)
+{
+    const kmc::Simulation s = plan(u.t, o);
+    const double n = static_cast<double>(temps.size());
+    tracks::check_room(".", s.count * static_cast<long>(temps.size()), s.rows, n * 4.0 * static_cast<double>(u.table.size()));
+    std::vector<std::string> folders;
+    for (const double T : temps) folders.push_back(series::folder_name(T));
+    // The script first: it checks the slices and the scheduler before any folder is laid out.
+    if (o.jobscript >= 0) {
+        check_slices(u.t, o);
+        const std::string script =
+            u.t.job.write_kmc_series_job(folders, s.count, static_cast<int>(o.jobscript), o.config, o.unit.option);
+        for (size_t k = 0; k < temps.size(); ++k) series::lay_folder(u.t, o.config, temps[k], folders[k]);
+        std::printf("  wrote %zu folders (%s to %s) and %s: %ld slices at each temperature for %s, then kelta_mob "
+                    "-tensor in each folder and %s -collect; submit with: sh %s\n",
+                    folders.size(), folders.front().c_str(), folders.back().c_str(), script.c_str(), o.jobscript,
+                    u.t.job.sched_type.c_str(), prog.c_str(), script.c_str());
+        return;
+    }
+    for (size_t k = 0; k < temps.size(); ++k) series::lay_folder(u.t, o.config, temps[k], folders[k]);
+    Options in = o;
+    in.config = "kelta.inp";
+    for (const std::string& folder : folders) {
+        std::printf("  == %s/\n", folder.c_str());
+        const InFolder here(folder);
+        run(in, prog, true);
+    }
+}
+
+void run(const Options& o, const std::string& prog, bool nested)
+{
+    if (!nested) std::printf("*** kelta_kmc: hopping simulation\n");
+    Setup u;
+    Transport& t = u.t;
     t.read_kelta_inp(o.config.c_str(), false);
     t.set_track_timeunit(o.unit.seconds);
     t.read_crystal_strcuture_files(false, false);
     t.build_neighbor_list(false);
-    const network::Pairs pairs = network::find_pairs(t);
+    u.pairs = network::find_pairs(t);
+    const network::Pairs& pairs = u.pairs;
     std::printf("  %d molecule(s) in the cell, %zu hops to neighbours within %g A, in %zu classes of equivalent pairs\n",
                 t.mol_count, pairs.hops.size(), t.lat_cutoff, pairs.classes.size());
     const bool quantum = t.rate_model == RateModel::quantum;
@@ -151,58 +335,45 @@ void run(const Options& o, const std::string& prog)
     }
     t.read_charge_inp();
     t.read_temp_inp("transport", kLineTemperature);
-    const network::Couplings c = network::read_couplings(t.kelta_dat_file, pairs, t.mol_count, t.rate_model);
-    const network::Conditions conditions = network::run_conditions(t);
-    std::vector<network::Hop> hops = pairs.hops;
-    network::assign_rates(conditions, c, t.mol_count, hops);
-    const std::string table = network::rates_table(conditions, c, hops, o.unit);
+    u.couplings = network::read_couplings(t.kelta_dat_file, pairs, t.mol_count, t.rate_model);
+    u.conditions = network::run_conditions(t);
+    u.hops = pairs.hops;
+    network::assign_rates(u.conditions, u.couplings, t.mol_count, u.hops);
+    u.table = network::rates_table(u.conditions, u.couplings, u.hops, o.unit);
     if (o.rates) {
-        std::fputs(table.c_str(), stdout);
+        std::fputs(u.table.c_str(), stdout);
         return;
     }
-    const network::Exact e = network::solve_exact(t.mol_count, hops);
-    const std::string report = network::exact_report(conditions, o.unit, e, hops);
-    const kmc::Simulation s = plan(t, o);
-    // Nothing is written unless every file fits: the side files (the drift file
-    // is smaller than the report) and the tracks.
-    tracks::check_room(".", s.count, s.rows, 2.0 * static_cast<double>(report.size()) + static_cast<double>(table.size()));
-    if (o.jobscript >= 0) {
-        if (o.first > 0 || o.count >= 0 || o.jobscript < 1 || o.jobscript > t.nsimu)
-            fatal("transport", kLineSlice, 1,
-                  strprintf("-jobscript %ld: the slices of a batch script split all nsimu = %ld trajectories, "
-                            "from 1 to nsimu slices, without -first or -count\n", o.jobscript, static_cast<long>(t.nsimu)));
-        const std::string script =
-            t.job.write_kmc_job(s.count, static_cast<int>(o.jobscript), o.config, o.unit.option);
-        std::printf("  wrote %s: %ld slices of the %ld trajectories for %s, then kelta_mob -tensor; submit with: sh %s\n",
-                    script.c_str(), o.jobscript, s.count, t.job.sched_type.c_str(), script.c_str());
+
+    // The stages the switches select, every range checked before any file is written.
+    const bool mc = t.do_transport_run_MC != 0, mc_temp = t.do_transport_run_MC_temp != 0,
+               mc_collect = t.do_transport_get_mob_MC_temp != 0,
+               me = t.do_transport_run_ME != 0 || t.do_transport_get_mob_ME != 0,
+               me_temp = t.do_transport_run_ME_temp != 0 || t.do_transport_get_mob_ME_temp != 0;
+    std::vector<double> temps, field_grid;
+    if (mc_temp || mc_collect || me_temp || o.collect) temps = series::temperatures(t.start_temp, t.end_temp, t.delta_temp);
+    if (me && t.field_range_on && !o.collect && o.jobscript < 0) {
+        if (!(squared_length(u.conditions.field) > 0)) fatal("transport", kLineFieldRange, 1, kFieldWithoutDirection);
+        field_grid = series::fields(t.field_range);
+    }
+    if (o.collect) {
+        temperature_table(u, o, temps, true);
+    } else if (o.jobscript >= 0) {
+        mc_temp ? simulate_series(u, o, temps, prog) : simulate(u, o);
         return;
+    } else {
+        if (mc) simulate(u, o);
+        if (mc_temp) simulate_series(u, o, temps, prog);
+        if (mc_collect) {
+            for (const double T : temps) series::analyse_folder(series::folder_name(T), o.unit);
+        }
+        if (me) exact_stage(u, o, mc, field_grid);
+        if (mc_collect || me_temp) temperature_table(u, o, temps, mc_collect);
+        if (!mc && !mc_temp && !mc_collect && !me && !me_temp)
+            std::printf("  nothing to run: do_transport_run_MC, _run_MC_temp, _get_mob_MC_temp, _run_ME, _get_mob_ME, "
+                        "_run_ME_temp and _get_mob_ME_temp are all 0\n");
     }
-    write_text(kRatesFile, kLineRatesFile, table);
-    write_text(kExactFile, kLineExactFile, report);
-    std::printf("  rates in %s; the exact long-time answer of the network (%s):\n", kRatesFile, kExactFile);
-    for (size_t at = 0; at < report.size();) {
-        const size_t end = report.find('\n', at);
-        const std::string line = report.substr(at, end - at);
-        if (line.rfind("principal_", 0) == 0 || line.rfind("drift_mobility", 0) == 0) std::printf("    %s\n", line.c_str());
-        at = end + 1;
-    }
-    create_directory("track");
-    std::printf("  %ld trajectories (%ld to %ld) of %g %s, a snapshot every %g %s, seed %d: track/\n", s.count, s.first,
-                s.first + s.count - 1, t.tsimu, o.unit.label.c_str(), t.tsnap, o.unit.label.c_str(), t.seed);
-    std::fflush(stdout);
-    std::vector<Vec3> centres;
-    for (int m = 0; m < t.mol_count; ++m) centres.push_back(vec3_at(t.mol_com, static_cast<size_t>(m)));
-    const kmc::Walk walk(t.latt, centres, hops, e.pi, o.unit.seconds);
-    const kmc::SimulationResult r = kmc::simulate(walk, s);
-    std::printf("  %lld hops\n", r.hops);
-    if (t.get_appE_flag() && s.count > 1) {
-        const network::Drift d =
-            network::measured_drift(conditions, o.unit, e, r.final_x, static_cast<double>(s.rows - 1) * t.tsnap);
-        write_text(kDriftFile, kLineDriftFile, network::drift_report(d));
-        std::printf("  drift mobility along F: %.4g +- %.2g cm^2/(V s) measured, %.4g exact (%s)\n", d.mobility, d.mobility_se,
-                    d.exact_mobility, kDriftFile);
-    }
-    std::printf("*** Successfully done.\n");
+    if (!nested) std::printf("*** Successfully done.\n");
 }
 
 }  // namespace

@@ -85,7 +85,7 @@ const char* const kLsf =
     "    analyse) analyse ;;\n"
     "esac\n";
 
-// Argument: slices.
+// Arguments: slices, what the run leaves.
 const char* const kLocal =
     "cd \"$(dirname \"$0\")\"\n"
     "k=1\n"
@@ -94,7 +94,40 @@ const char* const kLocal =
     "    k=$((k + 1))\n"
     "done\n"
     "(analyse) > kmc_mob.log\n"
-    "echo \"done: the tracks in track/, the mobility in mob_tensor.dat\"\n";
+    "echo \"done: %s\"\n";
+
+// The temperature series. Arguments: temperatures, slices, trajectories,
+// scheduler, kelta_kmc, kelta_mob, the configuration file, the time unit.
+const char* const kSeriesHead =
+    "#!/bin/sh\n"
+    "# The temperature series of the hopping simulation: %zu temperatures x %d slices of the %ld trajectories (%s)\n"
+    "# as one job array, then kelta_mob -tensor in every temperature's folder and the table me_temp.dat, once every\n"
+    "# slice has ended well. Written by kelta_kmc -jobscript; run it from this directory:  sh kmc_job.sh\n"
+    "# Each slice writes its own track files in its folder, byte for byte those of a run in one process.\n"
+    "set -e\n"
+    "KMC='%s'\n"
+    "MOB='%s'\n"
+    "CONFIG='%s'\n"
+    "UNIT=%s\n"
+    "\n"
+    "# task K (from 1): a slice of the trajectories at one temperature, run in that temperature's folder\n"
+    "slice() {\n"
+    "    case \"$1\" in\n";
+const char* const kSeriesLine = "        %d) set -- '%s' -first %ld -count %ld ;;\n";
+const char* const kSeriesTail =
+    "        *) echo \"kmc_job.sh: no slice $1\" >&2; exit 1 ;;\n"
+    "    esac\n"
+    "    cd \"$1\"\n"
+    "    shift\n"
+    "    exec \"$KMC\" -config kelta.inp -timeunit \"$UNIT\" \"$@\"\n"
+    "}\n"
+    "analyse() {\n"
+    "    for dir in%s; do\n"
+    "        (cd \"$dir\" && \"$MOB\" -config kelta.inp -timeunit \"$UNIT\" -tensor > kelta_mob.log)\n"
+    "    done\n"
+    "    exec \"$KMC\" -config \"$CONFIG\" -timeunit \"$UNIT\" -collect\n"
+    "}\n"
+    "\n";
 
 // Single quotes for the shell: ' becomes '\''.
 std::string quoted(const std::string& s)
@@ -129,32 +162,74 @@ std::string Jobscript::program_dir()
     return "";
 }
 
-std::string Jobscript::write_kmc_job(long trajectories, int k, const std::string& config, const std::string& unit) const
+namespace {
+
+// The scheduler of sched_type in lower case; ends the run (status 1) for one
+// without a script.
+std::string scheduler(const std::string& sched_type)
 {
     std::string sched = sched_type;
     for (char& c : sched) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     if (sched != "slurm" && sched != "pbs" && sched != "lsf" && sched != "local")
         fatal(kModule, kLineScheduler, 1, strprintf(kUnknownScheduler, sched_type.c_str()));
-    const std::string dir = program_dir(), queue = quoted(queue_name);
-    const auto program = [&dir](const char* name) { return quoted(dir.empty() ? name : dir + "/" + name); };
+    return sched;
+}
+
+std::string program(const std::string& dir, const char* name) { return quoted(dir.empty() ? name : dir + "/" + name); }
+
+}  // namespace
+
+// The submission of `tasks` array tasks and the analysis after them, for the
+// scheduler; the local run says that it left `done`.
+void Jobscript::write_submission(OutputFile& f, const std::string& sched, int tasks, const char* done) const
+{
+    const std::string queue = quoted(queue_name);
+    if (sched == "slurm") {
+        const std::string nodes = nodelist.empty() ? "" : " --nodelist='" + quoted(nodelist) + "'";
+        f.print(kSlurm, tasks, queue.c_str(), nodes.c_str(), queue.c_str(), nodes.c_str());
+    } else if (sched == "pbs") {
+        f.print(kPbs, tasks, queue.c_str(), queue.c_str());
+    } else if (sched == "lsf") {
+        const std::string hosts = nodelist.empty() ? "" : " -m '" + quoted(nodelist) + "'";
+        f.print(kLsf, tasks, queue.c_str(), hosts.c_str(), queue.c_str(), hosts.c_str());
+    } else {
+        f.print(kLocal, tasks, done);
+    }
+}
+
+std::string Jobscript::write_kmc_job(long trajectories, int k, const std::string& config, const std::string& unit) const
+{
+    const std::string sched = scheduler(sched_type), dir = program_dir();
     const std::string name = "kmc_job.sh";
     OutputFile f(name, kModule, kLineScript);
-    f.print(kHead, k, trajectories, sched.c_str(), program("kelta_kmc").c_str(), program("kelta_mob").c_str(),
+    f.print(kHead, k, trajectories, sched.c_str(), program(dir, "kelta_kmc").c_str(), program(dir, "kelta_mob").c_str(),
             quoted(config).c_str(), unit.c_str());
     const std::vector<Slice> parts = slices(trajectories, k);
     for (size_t i = 0; i < parts.size(); ++i) f.print(kSliceLine, static_cast<int>(i) + 1, parts[i].first, parts[i].count);
     f.write(kSliceTail);
-    if (sched == "slurm") {
-        const std::string nodes = nodelist.empty() ? "" : " --nodelist='" + quoted(nodelist) + "'";
-        f.print(kSlurm, k, queue.c_str(), nodes.c_str(), queue.c_str(), nodes.c_str());
-    } else if (sched == "pbs") {
-        f.print(kPbs, k, queue.c_str(), queue.c_str());
-    } else if (sched == "lsf") {
-        const std::string hosts = nodelist.empty() ? "" : " -m '" + quoted(nodelist) + "'";
-        f.print(kLsf, k, queue.c_str(), hosts.c_str(), queue.c_str(), hosts.c_str());
-    } else {
-        f.print(kLocal, k);
+    write_submission(f, sched, k, "the tracks in track/, the mobility in mob_tensor.dat");
+    f.commit();
+    chmod(name.c_str(), 0755);
+    return name;
+}
+
+std::string Jobscript::write_kmc_series_job(const std::vector<std::string>& folders, long trajectories, int k,
+                                            const std::string& config, const std::string& unit) const
+{
+    const std::string sched = scheduler(sched_type), dir = program_dir();
+    const std::string name = "kmc_job.sh";
+    OutputFile f(name, kModule, kLineScript);
+    f.print(kSeriesHead, folders.size(), k, trajectories, sched.c_str(), program(dir, "kelta_kmc").c_str(),
+            program(dir, "kelta_mob").c_str(), quoted(config).c_str(), unit.c_str());
+    const std::vector<Slice> parts = slices(trajectories, k);
+    int task = 0;
+    std::string all;
+    for (const std::string& folder : folders) {
+        for (const Slice& part : parts) f.print(kSeriesLine, ++task, quoted(folder).c_str(), part.first, part.count);
+        all += " '" + quoted(folder) + "'";
     }
+    f.print(kSeriesTail, all.c_str());
+    write_submission(f, sched, task, "the tracks in T_*/track/, the mobilities in me_temp.dat");
     f.commit();
     chmod(name.c_str(), 0755);
     return name;

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+class OutputFile;
+
 class Jobscript {
 public:
     // Trajectories first .. first + count - 1 (from 1).
@@ -20,6 +22,12 @@ public:
     // another): a job array of k slices of kelta_kmc, then kelta_mob -tensor,
     // both with -config `config` and -timeunit `unit` (PS or NS). Returns its name.
     std::string write_kmc_job(long trajectories, int k, const std::string& config, const std::string& unit) const;
+    // The same for a temperature series: every folder (one per temperature, laid
+    // out for its run) times k slices as one job array, each slice run in its
+    // folder with -config kelta.inp; then kelta_mob -tensor in every folder and
+    // kelta_kmc -config `config` -collect.
+    std::string write_kmc_series_job(const std::vector<std::string>& folders, long trajectories, int k,
+                                     const std::string& config, const std::string& unit) const;
 
     // ------------------------------------------------ settings: written by the input
     // file reader and the environment
@@ -35,4 +43,7 @@ public:
     int qc_nodes = 1;
     int qc_ppn = 8;
     std::string scratch = "/tmp";  // kept exactly as written after '=' (leading blank too)
+
+private:
+    void write_submission(OutputFile& f, const std::string& sched, int tasks, const char* done) const;
 };

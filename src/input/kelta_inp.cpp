@@ -272,6 +272,10 @@ void KeltaInp::set_keyword(const std::string& key, const std::string& v, const c
              for (const double f : k.app_elec_F)
                  if (f != 0.0) k.app_elec_F_on = true;  // never cleared by a later zero field
          }},
+        {"field_range", nullptr, [](KeltaInp& k, const std::string& v) {
+             k.real_triple(v, k.field_range.data());
+             k.field_range_on = true;
+         }},
         {"seed", nullptr, [](KeltaInp& k, const std::string& v) { k.seed = k.integer(v); }},
     };
     for (const Keyword& kw : table) {

@@ -59,6 +59,11 @@ public:
     int lat_site_energy = 0, output_eigval = 0, eckart_mirror = 0;
     Vec3 app_elec_F{};
     bool app_elec_F_on = false;
+    // field_range = F_first F_last N: N field magnitudes (V/m) from F_first to
+    // F_last, evenly spaced in ln F, along the direction of app_elec_F (the
+    // hopping simulation's drift against field)
+    Vec3 field_range{};
+    bool field_range_on = false;
     std::string qc_inp_append;  // text of &qc_inp_append / &gaussian.append blocks
     Jobscript job;
 
