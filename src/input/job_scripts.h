@@ -40,6 +40,7 @@ public:
     std::string module_qc = "gaussian/g09.e01";
     bool module_qc_given = false;
     std::string qc_exe = "g09";
+    bool qc_exe_given = false;  // by the file or KELTA_QC_EXE; otherwise compute_engine = 4 makes it psi4
     int qc_nodes = 1;
     int qc_ppn = 8;
     std::string scratch = "/tmp";  // kept exactly as written after '=' (leading blank too)

@@ -100,7 +100,10 @@ void KeltaInp::get_environment_variables()
 {
     if (const char* v = std::getenv("KELTA_JOB_SCHED")) job.sched_type = v;
     if (const char* v = std::getenv("KELTA_JOB_QUEUE")) job.queue_name = v;
-    if (const char* v = std::getenv("KELTA_QC_EXE")) job.qc_exe = v;
+    if (const char* v = std::getenv("KELTA_QC_EXE")) {
+        job.qc_exe = v;
+        job.qc_exe_given = true;
+    }
     if (const char* v = std::getenv("KELTA_QC_NODES")) job.qc_nodes = std::atoi(v);
     if (const char* v = std::getenv("KELTA_QC_PPN")) job.qc_ppn = std::atoi(v);
     if (const char* v = std::getenv("KELTA_MODULE_QC")) {
@@ -201,7 +204,10 @@ void KeltaInp::set_keyword(const std::string& key, const std::string& v, const c
         {"mater_name", nullptr, [](KeltaInp& k, const std::string& v) { k.mater_name = as_word(v); }},
         {"module_mpich2", nullptr, [](KeltaInp& k, const std::string& v) { k.job.module_mpich2 = as_word(v); k.job.module_mpich2_given = true; }},
         {"module_qc", "module_gaussian", [](KeltaInp& k, const std::string& v) { k.job.module_qc = as_word(v); k.job.module_qc_given = true; }},
-        {"qc_exe", "gaussian_exe", [](KeltaInp& k, const std::string& v) { k.job.qc_exe = as_word(v); }},
+        {"qc_exe", "gaussian_exe", [](KeltaInp& k, const std::string& v) {
+             k.job.qc_exe = as_word(v);
+             k.job.qc_exe_given = true;
+         }},
         {"qc_memory", "memory", [](KeltaInp& k, const std::string& v) { k.qc_memory = k.integer(v); }},
         {"qc_nodes", "gaussian_nodes", [](KeltaInp& k, const std::string& v) { k.job.qc_nodes = k.integer(v); }},
         {"qc_ppn", "gaussian_ppn", [](KeltaInp& k, const std::string& v) { k.job.qc_ppn = k.integer(v); }},
@@ -373,6 +379,8 @@ void KeltaInp::set_molecule_files(const std::string& value)
 
 void KeltaInp::check_settings()
 {
+    // psi4 (engine 4) is a program of its own name unless qc_exe says otherwise.
+    if (compute_engine == 4 && !job.qc_exe_given) job.qc_exe = "psi4";
     const std::string& exe = job.qc_exe;
     const bool ok = (compute_engine == 1 && exe.find('g') != std::string::npos) ||
                     (compute_engine == 2 && exe.find("orca") != std::string::npos) ||

@@ -5,12 +5,13 @@
 #include <string_view>
 
 #include "fileio.h"
+#include "qc_errors.h"
 
 namespace qc {
 
+using namespace qc_error;
+
 namespace {
-// Codes of this file's fatal errors (reported as the line).
-constexpr int kLineBadCalculation = 101;
 
 // Bounds of a usable calculation.
 constexpr double kMaxCoordinate = 1e5;  // Angstrom

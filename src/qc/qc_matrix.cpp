@@ -8,15 +8,14 @@
 #include <vector>
 
 #include "mmutil.h"
+#include "qc_errors.h"
 #include "qc_engine.h"
 
 namespace qc {
 
+using namespace qc_error;
+
 namespace {
-// Codes of this file's fatal errors (reported as the line).
-constexpr int kLineOpen = 201;
-constexpr int kLineFormat = 202;
-constexpr int kLineContent = 203;
 
 constexpr long kMaxDimension = 100000;
 
@@ -60,9 +59,9 @@ MatrixFile::MatrixFile(std::string path) : path_(std::move(path))
 {
     std::ifstream in;
     if (is_regular_file(path_)) in.open(path_);
-    if (!in.is_open()) fatal(kModule, kLineOpen, 1, "results file " + path_ + " cannot be read\n");
+    if (!in.is_open()) fatal(kModule, kLineResultsOpen, 1, "results file " + path_ + " cannot be read\n");
     const auto bad = [&](int line, const std::string& why) {
-        fatal(kModule, kLineFormat, 1, strprintf("%s line %d: ", path_.c_str(), line) + why + "\n");
+        fatal(kModule, kLineResultsFormat, 1, strprintf("%s line %d: ", path_.c_str(), line) + why + "\n");
     };
     std::string line;
     int number = 0;
@@ -82,7 +81,7 @@ MatrixFile::MatrixFile(std::string path) : path_(std::move(path))
         std::vector<double> values;
         for (long r = 0; r < rows; ++r) {
             if (!std::getline(in, line))
-                fatal(kModule, kLineFormat, 1,
+                fatal(kModule, kLineResultsFormat, 1,
                       strprintf("%s: block %s ends after %ld of its %ld rows\n", path_.c_str(), name.c_str(), r, rows));
             ++number;
             const std::vector<std::string> row = words(line);
@@ -98,13 +97,13 @@ MatrixFile::MatrixFile(std::string path) : path_(std::move(path))
         blocks_[name] = Eigen::Map<const Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>>(
             values.data(), rows, cols);
     }
-    if (in.bad()) fatal(kModule, kLineOpen, 1, "results file " + path_ + " cannot be read\n");
+    if (in.bad()) fatal(kModule, kLineResultsOpen, 1, "results file " + path_ + " cannot be read\n");
 }
 
 const Eigen::MatrixXd& MatrixFile::block(const std::string& name) const
 {
     const auto it = blocks_.find(name);
-    if (it == blocks_.end()) fatal(kModule, kLineContent, 1, path_ + ": no block " + name + "\n");
+    if (it == blocks_.end()) fatal(kModule, kLineResultsContent, 1, path_ + ": no block " + name + "\n");
     return it->second;
 }
 
@@ -112,7 +111,7 @@ Eigen::MatrixXd MatrixFile::matrix(const std::string& name, int rows, int cols) 
 {
     const Eigen::MatrixXd& m = block(name);
     if ((rows >= 0 && m.rows() != rows) || (cols >= 0 && m.cols() != cols))
-        fatal(kModule, kLineContent, 1,
+        fatal(kModule, kLineResultsContent, 1,
               strprintf("%s: block %s is %s, expected %s\n", path_.c_str(), name.c_str(),
                         shape_text(static_cast<int>(m.rows()), static_cast<int>(m.cols())).c_str(),
                         shape_text(rows, cols).c_str()));
@@ -123,7 +122,7 @@ Eigen::MatrixXd MatrixFile::symmetric(const std::string& name, int n, double tol
 {
     const Eigen::MatrixXd& m = block(name);
     if (m.rows() != m.cols())
-        fatal(kModule, kLineContent, 1,
+        fatal(kModule, kLineResultsContent, 1,
               strprintf("%s: block %s is %ld x %ld, not square\n", path_.c_str(), name.c_str(), static_cast<long>(m.rows()),
                         static_cast<long>(m.cols())));
     matrix(name, n, n);
@@ -131,7 +130,7 @@ Eigen::MatrixXd MatrixFile::symmetric(const std::string& name, int n, double tol
     Eigen::Index i = 0, j = 0;
     const double worst = (m - m.transpose()).cwiseAbs().maxCoeff(&i, &j);
     if (worst > limit)
-        fatal(kModule, kLineContent, 1,
+        fatal(kModule, kLineResultsContent, 1,
               strprintf("%s: block %s is not symmetric: entries (%ld, %ld) and (%ld, %ld) differ by %.3g\n", path_.c_str(),
                         name.c_str(), static_cast<long>(i + 1), static_cast<long>(j + 1), static_cast<long>(j + 1),
                         static_cast<long>(i + 1), worst));
@@ -146,7 +145,7 @@ int MatrixFile::count(const std::string& name, int lo, int hi) const
 {
     const double v = scalar(name);
     if (!(v >= lo && v <= hi && v == std::floor(v)))
-        fatal(kModule, kLineContent, 1,
+        fatal(kModule, kLineResultsContent, 1,
               strprintf("%s: block %s = %.17g is no whole number from %d to %d\n", path_.c_str(), name.c_str(), v, lo, hi));
     return static_cast<int>(v);
 }

@@ -3,14 +3,13 @@
 #include <cmath>
 
 #include "mmutil.h"
+#include "qc_errors.h"
 
 namespace qc {
 
+using namespace qc_error;
+
 namespace {
-// Codes of this file's fatal errors (reported as the line).
-constexpr int kLineSizes = 401;
-constexpr int kLineOrbital = 402;
-constexpr int kLineNorm = 403;
 
 // How far a'S a may stray from 1 before the orbital is taken for one of another
 // basis; SCF orbitals are orthonormal far more closely.
@@ -65,13 +64,15 @@ Eigen::VectorXd frontier_orbital(const MonomerOrbitals& m, Carrier carrier, int 
     return m.coefficients.col(frontier_index(m, carrier, offset) - m.first);
 }
 
-Coupling dimer_coupling(const DimerMatrices& d, const MonomerOrbitals& a, const MonomerOrbitals& b, Carrier carrier, int offset)
+Coupling dimer_coupling(const DimerMatrices& d, const MonomerOrbitals& a, const MonomerOrbitals& b, Carrier carrier, int offset,
+                        int offset_b)
 {
+    if (offset_b < 0) offset_b = offset;
     if (a.nbf != d.nbf_a || a.nbf + b.nbf != d.nbf)
         fatal(kModule, kLineSizes, 1,
               strprintf("%s has %d basis functions, %d of them on the first molecule; the molecules' own (%s, %s) have %d and %d\n",
                         d.source.c_str(), d.nbf, d.nbf_a, a.source.c_str(), b.source.c_str(), a.nbf, b.nbf));
-    const Coupling c = project(d.overlap, d.fock, frontier_orbital(a, carrier, offset), frontier_orbital(b, carrier, offset));
+    const Coupling c = project(d.overlap, d.fock, frontier_orbital(a, carrier, offset), frontier_orbital(b, carrier, offset_b));
     for (const auto& [norm, m] : {std::pair{c.norm_a, &a}, std::pair{c.norm_b, &b}})
         if (!(std::fabs(norm - 1) <= kNormTolerance))
             fatal(kModule, kLineNorm, 1,

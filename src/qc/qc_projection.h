@@ -36,12 +36,14 @@ Coupling project(const Eigen::MatrixXd& s, const Eigen::MatrixXd& f, const Eigen
 int frontier_index(const MonomerOrbitals& m, Carrier carrier, int offset);
 Eigen::VectorXd frontier_orbital(const MonomerOrbitals& m, Carrier carrier, int offset);
 
-// The coupling of the dimer's molecules A and B through their frontier orbitals.
+// The coupling of the dimer's molecules A and B through their frontier orbitals:
+// HOMO - offset or LUMO + offset of A, and of B the same or, when offset_b is 0
+// or more, HOMO - offset_b or LUMO + offset_b.
 // Ends the run when the bases do not fit together: A's basis not the dimer's
 // first nbf_a functions, the two not adding up to the dimer's, or an orbital not
 // normalised in the dimer's overlap (another basis set or atom order).
 Coupling dimer_coupling(const DimerMatrices& d, const MonomerOrbitals& a, const MonomerOrbitals& b, Carrier carrier,
-                        int offset = 0);
+                        int offset = 0, int offset_b = -1);
 
 // Half the gap between the dimer's two highest occupied (holes) or two lowest
 // unoccupied (electrons) orbitals, eV: |J_eff| of a symmetric pair, nearly.

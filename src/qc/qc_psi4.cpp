@@ -4,16 +4,15 @@
 #include <system_error>
 
 #include "mmutil.h"
+#include "qc_errors.h"
 #include "qc_matrix.h"
 #include "qc_process.h"
 
 namespace qc {
 
+using namespace qc_error;
+
 namespace {
-// Codes of this file's fatal errors (reported as the line).
-constexpr int kLineDirectory = 301;
-constexpr int kLineInput = 302;
-constexpr int kLineResults = 303;
 
 // The largest basis a results file may describe (its matrices hold nbf^2 numbers).
 constexpr int kMaxBasis = 100000;
