@@ -10,7 +10,7 @@ configured = test -f $(1)/CMakeCache.txt && test -z "$(CMAKE_OPTIONS)"
 
 PREFIX ?= /usr/local
 
-.PHONY: all configure test test-asan test-tsan fuzz demo bench install clean
+.PHONY: all configure test test-asan test-tsan fuzz demo demo-qc bench install clean
 
 all: configure
 	cmake --build $(BUILD) -j $(JOBS)
@@ -18,7 +18,7 @@ all: configure
 # The dependency step first: tools/deps.sh installs the missing Debian packages
 # when run as root and otherwise prints the command that would. Every build
 # needs the required ones; the tests and the demo also use the optional ones.
-WITH_OPTIONAL = $(filter test test-asan test-tsan demo,$(MAKECMDGOALS))
+WITH_OPTIONAL = $(filter test test-asan test-tsan demo demo-qc,$(MAKECMDGOALS))
 configure:
 	@tools/deps.sh $(if $(WITH_OPTIONAL),,--required)
 	@$(call configured,$(BUILD)) || cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release $(CMAKE_OPTIONS)
@@ -83,6 +83,13 @@ fuzz:
 demo: all
 	demo/run_demo.sh $(BUILD) demo/run
 
+# The whole chain with quantum chemistry: the crystal, its pairs, couplings and
+# lambda from psi4 (kelta_qc), the simulation and the mobility tensor, in
+# demo/run_qc (about a quarter of an hour on two cores; run again, it redoes
+# nothing finished). Not part of make test.
+demo-qc: all
+	demo/run_demo_qc.sh $(BUILD) demo/run_qc
+
 bench: all
 	cmake --build $(BUILD) -j $(JOBS) --target kelta_bench_mob kelta_bench_kmc
 	$(BUILD)/kelta_bench_mob
@@ -94,4 +101,4 @@ install: all
 	cmake --install $(BUILD) --prefix $(PREFIX)
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD) demo/run
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD) demo/run demo/run_qc

@@ -23,7 +23,7 @@ namespace {
 const char* const kHelp =
     "Quantum-chemistry stage: computes the transfer integral of every class of pairs and the\n"
     "reorganisation energy with psi4 (compute_engine = 4) and fills the couplings file\n"
-    "(kelta_dat_file) that kelta_kmc -pairs wrote, from the geometries it wrote in dimers/\n"
+    "(kelta_dat_file) from the geometries in dimers/ beside it, both as kelta_kmc writes them\n"
     "\n"
     "Usage: %s [opts]\n"
     "      -config kelta.inp   : set config file, default to 'kelta.inp'\n"
@@ -148,8 +148,9 @@ void fill(const qc::Engine& e, const qc::StageSettings& s, const qc::Plan& p, co
     }
     for (size_t k = 0; k < p.kinds.size() && lambda; ++k)
         if (std::isfinite(c.lambda[k].lambda))
-            std::printf("  lambda of %s: %.1f meV = %.1f (ion relaxation) + %.1f (neutral relaxation)\n", p.kinds[k].formula.c_str(),
-                        c.lambda[k].lambda * 1000.0, c.lambda[k].ion_relaxation * 1000.0, c.lambda[k].neutral_relaxation * 1000.0);
+            std::printf("  lambda of %s: %.1f meV = %.1f (%s relaxation) + %.1f (neutral relaxation)\n", p.kinds[k].formula.c_str(),
+                        c.lambda[k].lambda * 1000.0, c.lambda[k].ion_relaxation * 1000.0,
+                        s.carrier == qc::Carrier::Hole ? "cation" : "anion", c.lambda[k].neutral_relaxation * 1000.0);
     for (size_t m = 0; m < c.site_meV.size(); ++m) std::printf("  site energy of molecule %zu: %.3f meV\n", m + 1, c.site_meV[m]);
     OutputFile out(text.file, qc::kModule, kLineCouplings);
     out.write(qc::filled_text(text, qc::filling(s, p, c, couplings, lambda)));

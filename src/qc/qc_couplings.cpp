@@ -74,8 +74,9 @@ CouplingsText read_couplings_text(const std::string& file)
         const std::string& raw = c.lines[k];
         const int lineno = static_cast<int>(k) + 1;
         const size_t hash = raw.find('#');
-        std::string body = raw.substr(0, hash);
-        if (trim(body).empty()) {
+        const std::string body = raw.substr(0, hash);  // positions are those of the line
+        std::string trimmed = body;
+        if (trim(trimmed).empty()) {
             // The header comment names the columns of the class lines.
             if (hash == std::string::npos) continue;
             const auto w = words(raw.substr(hash + 1));
@@ -102,14 +103,14 @@ CouplingsText read_couplings_text(const std::string& file)
             if (!column.count(name)) refuse(file, lineno, std::string("the header comment names no column ") + name);
         const auto w = words(body);
         if (w.size() != columns)
-            refuse(file, lineno, strprintf("%zu columns where the header comment names %zu: %s", w.size(), columns, trim(body).c_str()));
+            refuse(file, lineno, strprintf("%zu columns where the header comment names %zu: %s", w.size(), columns, trimmed.c_str()));
         ClassRow r;
         r.line = static_cast<int>(k);
         bool ok = whole(w[column["class"]].second, r.cls) && whole(w[column["mol_i"]].second, r.mol_i) &&
                   whole(w[column["mol_j"]].second, r.mol_j);
         static const char* const cell_columns[] = {"na", "nb", "nc"};
         for (int a = 0; a < 3 && ok; ++a) ok = whole(w[column[cell_columns[a]]].second, r.cell[a]);
-        if (!ok || r.cls < 1 || r.mol_i < 1 || r.mol_j < 1) refuse(file, lineno, "not a class line: " + trim(body));
+        if (!ok || r.cls < 1 || r.mol_i < 1 || r.mol_j < 1) refuse(file, lineno, "not a class line: " + trimmed);
         if (column.count("d_centre_A")) r.d_centre = std::atof(w[column["d_centre_A"]].second.c_str());
         const auto& v = w[column["V_meV"]];
         r.v_begin = v.first;
