@@ -16,7 +16,7 @@ struct Molecule {
     std::vector<int> z;      // atomic numbers, in the same order
     std::vector<Vec3> frac;  // fractional, whole: bonded atoms are next to each other
     std::vector<Vec3> cart;  // Cartesian, Angstrom
-    Vec3 centre_frac{};      // centre of mass, each component in [0, 1)
+    Vec3 centre_frac{};      // centre of mass, each component in [-kOnFace, 1 - kOnFace)
     Vec3 centre_cart{};
     double mass = 0.0;       // amu
     std::string formula;     // Hill order
@@ -30,6 +30,9 @@ struct Molecules {
     std::string summary() const;
 };
 
+// A molecule's centre this close below a cell face (fractional) counts as on it:
+// centres lie in [-kOnFace, 1 - kOnFace).
+constexpr double kOnFace = 1e-6;
 // Atoms closer than this are refused as duplicate sites.
 constexpr double kDuplicateDistance = 0.5;  // Angstrom
 // Atoms of two molecules closer than this times the sum of their covalent radii
