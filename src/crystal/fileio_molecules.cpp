@@ -266,9 +266,11 @@ std::string Molecules::summary() const
 namespace {
 void write_atoms(OutputFile& f, const Molecule& m, const Vec3& move)
 {
-    for (size_t a = 0; a < m.z.size(); ++a)
-        f.print("%-2s %14.8f %14.8f %14.8f\n", element_symbol(m.z[a]).c_str(), m.cart[a][0] + move[0],
+    for (size_t a = 0; a < m.z.size(); ++a) {
+        const std::string el = element_symbol(m.z[a]);  // "X" for an element outside the table
+        f.print("%-2s %14.8f %14.8f %14.8f\n", el.empty() ? "X" : el.c_str(), m.cart[a][0] + move[0],
                 m.cart[a][1] + move[1], m.cart[a][2] + move[2]);
+    }
 }
 
 // The comment is one line of the file, whatever it holds.

@@ -48,7 +48,9 @@ constexpr double kFusedFraction = 0.75;
 Molecules find_molecules(const Crystal& crystal, double bond_dis_scale = 1.15);
 
 // Standard XYZ files through the checked writer (a failure ends the run): the
-// atom count, the comment (one line), then "El x y z" in Angstrom.
+// atom count, the comment (one line), then "El x y z" in Angstrom, written
+// "%-2s %14.8f %14.8f %14.8f" (X for an element outside the table). The writers
+// read only z and cart of a molecule, and only latt of the crystal.
 void write_xyz(const std::string& path, const Molecule& molecule, const std::string& comment);
 // Two whole molecules, the second moved by `cell` lattice vectors (na, nb, nc).
 void write_dimer_xyz(const std::string& path, const Crystal& crystal, const Molecule& first,

@@ -9,7 +9,7 @@
 #include <map>
 #include <sstream>
 
-#include "fileio_gemmi.h"
+#include "fileio_molecules.h"
 #include "pairs.h"
 #include "transport_errors.h"
 
@@ -347,15 +347,13 @@ Couplings read_couplings(const std::string& file, const Pairs& pairs, int molecu
 
 namespace {
 
-void write_atoms(OutputFile& f, const Transport& t, int m, const Vec3& move)
+// Molecule m of the cell as the XYZ writers of the crystal reader take it.
+crystal::Molecule xyz_molecule(const Transport& t, int m)
 {
-    const std::vector<int>& z = t.mol_atypes[static_cast<size_t>(m)];
-    const std::vector<double>& x = t.mol_x[static_cast<size_t>(m)];
-    for (size_t a = 0; a < z.size(); ++a) {
-        const std::string el = crystal::element_symbol(z[a]);
-        f.print("%-2s %14.8f %14.8f %14.8f\n", el.empty() ? "X" : el.c_str(), x[3 * a] + move[0], x[3 * a + 1] + move[1],
-                x[3 * a + 2] + move[2]);
-    }
+    crystal::Molecule mol;
+    mol.z = t.mol_atypes[static_cast<size_t>(m)];
+    for (size_t a = 0; a < mol.z.size(); ++a) mol.cart.push_back(vec3_at(t.mol_x[static_cast<size_t>(m)], a));
+    return mol;
 }
 
 }  // namespace
@@ -363,20 +361,20 @@ void write_atoms(OutputFile& f, const Transport& t, int m, const Vec3& move)
 void write_dimer_files(const Transport& t, const Pairs& pairs, const std::string& dir)
 {
     create_directory(dir.c_str());
+    std::vector<crystal::Molecule> molecules;
     for (int m = 0; m < t.mol_count; ++m) {
-        OutputFile f(dir + strprintf("/molecule_%d.xyz", m + 1), kModule, kLineDimers);
-        f.print("%d\nmolecule %d of the cell: %s\n", t.mol_natoms[m], m + 1, t.mol_formula(m).c_str());
-        write_atoms(f, t, m, {0, 0, 0});
-        f.commit();
+        molecules.push_back(xyz_molecule(t, m));
+        crystal::write_xyz(dir + strprintf("/molecule_%d.xyz", m + 1), molecules.back(),
+                           strprintf("molecule %d of the cell: %s", m + 1, t.mol_formula(m).c_str()));
     }
+    crystal::Crystal cell;
+    cell.latt = t.latt;
     for (size_t c = 0; c < pairs.classes.size(); ++c) {
         const Hop& h = pairs.hops[static_cast<size_t>(pairs.classes[c].rep)];
-        OutputFile f(dir + strprintf("/class_%03zu.xyz", c + 1), kModule, kLineDimers);
-        f.print("%d\nclass %zu: molecule %d and molecule %d in cell %d %d %d\n", t.mol_natoms[h.from] + t.mol_natoms[h.to],
-                c + 1, h.from + 1, h.to + 1, h.cell[0], h.cell[1], h.cell[2]);
-        write_atoms(f, t, h.from, {0, 0, 0});
-        write_atoms(f, t, h.to, mat_vec_mul(t.latt, {double(h.cell[0]), double(h.cell[1]), double(h.cell[2])}));
-        f.commit();
+        crystal::write_dimer_xyz(dir + strprintf("/class_%03zu.xyz", c + 1), cell, molecules[static_cast<size_t>(h.from)],
+                                 molecules[static_cast<size_t>(h.to)], h.cell,
+                                 strprintf("class %zu: molecule %d and molecule %d in cell %d %d %d", c + 1, h.from + 1,
+                                           h.to + 1, h.cell[0], h.cell[1], h.cell[2]));
     }
 }
 
