@@ -151,7 +151,7 @@ std::string estimate_text(const Estimate& x, const std::string& label)
         x.tsimu > 0 ? strprintf(kSuggestion, x.tsimu, label.c_str(), x.tsnap, label.c_str(), x.msd_time, label.c_str())
                     : std::string(kNoSuggestion);
     const std::string each = x.jobs > 1 ? strprintf(" for each of %ld jobs", x.jobs) : "";
-    const std::string over = x.temperatures > 1 ? strprintf(" (over %d temperatures)", x.temperatures) : "";
+    const std::string over = x.temperatures > 1 ? strprintf(" on average over %d temperatures", x.temperatures) : "";
     return strprintf(kEstimate, x.hops_per_trajectory, over.c_str(), x.escape_rate, x.hops, x.rows,
                      duration_text(x.seconds).c_str(), each.c_str(), x.threads, suggestion.c_str());
 }
