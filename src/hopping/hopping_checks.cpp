@@ -24,7 +24,7 @@ const char* const kCouplingInEv =
     "farther apart (%.4f A), has %g: is it in eV (%g eV = %g meV)?\n";
 const char* const kOutsideHopping =
     "%s line %d: class %d (molecules %d and %d, %.4f A apart) has |V| = %g meV, above half the reorganisation "
-    "energy (%g meV): the carrier spreads over the pair, outside the hopping regime, and the hopping rates of that "
+    "energy of %g meV: the carrier spreads over the pair, outside the hopping regime, and the hopping rates of that "
     "class do not hold\n";
 
 }  // namespace
@@ -89,6 +89,7 @@ const char* const kTooLong =
     "than a day (tsimu = %g %s). %s.%s%s Run with -force if you mean it\n";
 const char* const kSuggests = "The exact answer suggests tsimu = %g %s and tsnap = %g %s";
 const char* const kUnitHint = " Is tsimu in %s, the unit of -timeunit?";
+const char* const kPicoseconds = " With -timeunit PS the suggestion reads tsimu = %g ps and tsnap = %g ps.";
 const char* const kDefaultsHint =
     " nsimu = 2000 and tsimu = 1000 are the defaults: does a line beginning with / close the &transport block "
     "before they are set?";
@@ -159,7 +160,8 @@ std::string estimate_text(const Estimate& x, const std::string& label)
 void refuse_long_run(const Estimate& x, const std::string& label, double tsimu, bool defaults, bool force)
 {
     if (force || !(x.seconds > kMostSeconds)) return;
-    const std::string unit_hint = x.tsimu > 0 && tsimu >= 100 * x.tsimu ? strprintf(kUnitHint, label.c_str()) : "";
+    std::string unit_hint = x.tsimu > 0 && tsimu >= 100 * x.tsimu ? strprintf(kUnitHint, label.c_str()) : "";
+    if (label == "ns" && x.tsimu > 0 && x.tsimu < 1) unit_hint += strprintf(kPicoseconds, 1000 * x.tsimu, 1000 * x.tsnap);
     const std::string suggestion = x.tsimu > 0 ? strprintf(kSuggests, x.tsimu, label.c_str(), x.tsnap, label.c_str())
                                                : std::string("The network does not diffuse");
     fatal("transport", kLineRunTooLong, 1,
