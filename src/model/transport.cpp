@@ -214,11 +214,14 @@ void Transport::check_search_range()
         centre.push_back(mat_vec_mul(latt, com_s));
         radius.push_back(r);
     }
+    if (!(std::fabs(determinant(latt)) >= kSingularDeterminant)) return;
+    Mat3 inverse{};  // of the cell the neighbours were searched in, whoever filled latt_inv
+    invert(latt, inverse);
     std::array<int, 3> bound{}, searched{};
     bool complete = true;
     for (size_t k = 0; k < 3; ++k) {
         if (!(hi[k] >= lo[k])) return;  // no atoms
-        const Vec3 row = latt_inv[k];
+        const Vec3 row = inverse[k];
         const double reach = std::ceil(hi[k] - lo[k] + rcut * get_magnitude(row)) - 1;
         if (!std::isfinite(reach) || reach > kMaxSearchCells) return;  // nothing to tell within the bounds
         bound[k] = std::max(0, static_cast<int>(reach));
