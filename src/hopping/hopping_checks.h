@@ -40,11 +40,12 @@ struct Estimate {
 // Cost per hop and per snapshot row on one thread, seconds. The benchmark of the
 // walk (bench/bench_kmc.cpp, README "Performance") measures 2.4e7 to 5.2e7 hops
 // per second per thread on a quiet machine, and whole runs of 2,000 trajectories
-// of 201 rows (1.2e8 hops) in 1.7 s on two threads; on the shared build machine
-// under a load of 10, 400 trajectories of the demo network ran at 1.5e7 hops per
-// second on one thread and 1.2e7 on two. A hop is taken as 1e-7 s, slower than
-// all of these, and a row (one printf line) as 1e-6 s.
-constexpr double kSecondsPerHop = 1e-7;
+// of 201 rows (1.2e8 hops) in 1.7 s on two threads. On the shared 2-core build
+// machine under a load of 8 to 10, the same whole run took 8.6 s on two threads
+// (7.2e6 hops per second per thread, rows included), and 400 trajectories 1.7 s
+// on one thread (1.5e7). A hop is taken as 2e-7 s, slower than all of these, and
+// a row (one printf line) as 1e-6 s.
+constexpr double kSecondsPerHop = 2e-7;
 constexpr double kSecondsPerRow = 1e-6;
 // A run expected to take longer than this is refused unless the user insists.
 constexpr double kMostSeconds = 86400;
