@@ -58,6 +58,7 @@ void load(Network& n, const fs::path& dir)
 {
     fs::current_path(dir);
     const QuietStdout quiet;
+    n.t.cif_by_crystal_reader = true;
     n.t.read_kelta_inp("kelta.inp", false);
     n.t.set_track_timeunit(1e-12);
     n.t.read_crystal_strcuture_files(false, false);
@@ -65,7 +66,7 @@ void load(Network& n, const fs::path& dir)
     n.t.read_charge_inp();
     const network::Pairs p = network::find_pairs(n.t);
     if (!fs::exists(n.t.kelta_dat_file)) {
-        network::write_couplings_template(n.t, p, n.t.kelta_dat_file, RateModel::marcus);
+        network::write_couplings_template(n.t, p, n.t.kelta_dat_file, RateModel::marcus, "hole");
         std::istringstream in(read_text(n.t.kelta_dat_file));
         std::string filled;
         for (std::string line; std::getline(in, line);) {
@@ -73,7 +74,7 @@ void load(Network& n, const fs::path& dir)
             std::vector<std::string> w;
             for (std::string x; words >> x;) w.push_back(x);
             if (line.rfind("lambda_meV", 0) == 0) line = "lambda_meV = 180";
-            if (w.size() == 10 && line[0] != '#')
+            if (w.size() == 11 && line[0] != '#')
                 line = line.substr(0, line.size() - 2) + strprintf("%.4f", 40 * std::exp(-(std::stod(w[6]) - 5.0)));
             filled += line + "\n";
         }

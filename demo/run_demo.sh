@@ -74,7 +74,7 @@ echo "== 2. the pairs: kelta_kmc -pairs writes kelta-marcus.dat, one coupling pe
 # of its two centres (column 7 of a class line).
 awk '
   /^lambda_meV = NA$/ { print "lambda_meV = 180"; next }
-  !/^#/ && NF == 10 && $10 == "NA" {
+  !/^#/ && NF == 11 && $11 == "NA" {
     d = $7
     v = d < 5.5 ? 40 : d < 6.5 ? 35 : d < 8.0 ? 5 : d < 9.0 ? 2 : 0.5
     sub(/NA$/, v); print; next }

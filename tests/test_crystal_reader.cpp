@@ -1,7 +1,9 @@
 // The crystal reader of the hopping simulation: elements from types and labels,
 // formulas, symmetry from every source, disorder, special positions, and the
 // refusals of what cannot be read.
+#include <algorithm>
 #include <cmath>
+#include <sstream>
 
 #include "fileio.h"
 #include "fileio_molecules.h"
@@ -76,31 +78,95 @@ TEST(CrystalFormula, HillOrderAndFormulaSums)
 // The same crystal written six ways: operations listed (with an id column, as
 // CRLF too), only the symbol, the Hall symbol or the number, atoms before the
 // cell with decimal translations, elements from labels.
-TEST(CrystalReader, SameCrystalWrittenDifferentlyGivesTheSameMolecules)
+namespace {
+
+// The crystal of benzene_ops.cif written in another way: a file of the
+// fixtures, or "CRLF" (its lines ended by CR LF) or "number" (the symmetry from
+// the space-group number alone).
+std::string benzene_written(const std::string& how)
+{
+    if (how == "CRLF") {
+        std::string crlf;
+        for (const char ch : read_file(crystal_file("benzene_ops.cif"))) crlf += ch == '\n' ? std::string("\r\n") : std::string(1, ch);
+        return crlf;
+    }
+    std::string text = read_file(crystal_file(how == "number" ? "benzene_symbol.cif" : how));
+    if (how == "number") text.replace(text.find("_symmetry_space_group_name_H-M 'P 21/c'"), 39, "_space_group_IT_number 14");
+    return text;
+}
+
+// What kelta_kmc -pairs makes of a CIF text: the class lines of the couplings
+// file, and the atoms of each molecule file, sorted (the atom order follows the
+// order of the sites).
+struct PairsMade {
+    int status = 0;
+    std::vector<std::string> classes;
+    std::vector<std::vector<std::pair<std::string, Vec3>>> molecules;
+};
+
+PairsMade kmc_pairs(const std::string& cif)
+{
+    const ScratchDir dir;
+    write_file("c.cif", cif);
+    write_file("kelta.inp", "&transport\n  crystal = c.cif\n  ratetype = marcus\n/\n");
+    write_file("charge.inp", "h\n");
+    PairsMade made;
+    made.status = run_kmc({"-pairs"}).status;
+    if (made.status != 0) return made;
+    std::istringstream couplings(read_file("kelta-marcus.dat"));
+    for (std::string line; std::getline(couplings, line);)
+        if (line[0] != '#') made.classes.push_back(line);
+    for (int m = 1; std::filesystem::exists(strprintf("dimers/molecule_%d.xyz", m)); ++m) {
+        std::istringstream in(read_file(strprintf("dimers/molecule_%d.xyz", m)));
+        std::string skip;
+        std::getline(in, skip);
+        std::getline(in, skip);
+        std::vector<std::pair<std::string, Vec3>> atoms;
+        std::string el;
+        for (Vec3 x; in >> el >> x[0] >> x[1] >> x[2];) atoms.push_back({el, x});
+        std::sort(atoms.begin(), atoms.end());
+        made.molecules.push_back(atoms);
+    }
+    return made;
+}
+
+class SameCrystal : public testing::TestWithParam<std::string> {};
+
+}  // namespace
+
+// The crystal reader and kelta_kmc give the same molecules and the same classes
+// of pairs whatever way the file is written.
+TEST_P(SameCrystal, GivesTheSameMoleculesAndClasses)
 {
     const crystal::Molecules base = molecules_of_file(crystal_file("benzene_ops.cif"));
     ASSERT_EQ(base.summary(), "2 x C6H6");
-    std::string crlf, number = read_file(crystal_file("benzene_symbol.cif"));
-    for (const char ch : read_file(crystal_file("benzene_ops.cif"))) crlf += ch == '\n' ? std::string("\r\n") : std::string(1, ch);
-    number.replace(number.find("_symmetry_space_group_name_H-M 'P 21/c'"), 39, "_space_group_IT_number 14");
-    std::vector<std::pair<std::string, crystal::Molecules>> variants;
-    for (const char* name : {"benzene_symbol.cif", "benzene_hall.cif", "benzene_atoms_first.cif", "benzene_labels.cif"})
-        variants.push_back({name, molecules_of_file(crystal_file(name))});
-    for (const auto& [name, text] : {std::pair{"CRLF", crlf}, std::pair{"number", number}}) {
-        crystal::Molecules m;
-        EXPECT_EQ(read_text(text, &m).status, INT_MIN) << name;
-        variants.push_back({name, m});
+    crystal::Molecules m;
+    ASSERT_EQ(read_text(benzene_written(GetParam()), &m).status, INT_MIN);
+    EXPECT_EQ(m.summary(), base.summary());
+    ASSERT_EQ(m.list.size(), base.list.size());
+    for (size_t i = 0; i < m.list.size(); ++i) {
+        EXPECT_EQ(m.list[i].formula, base.list[i].formula);
+        for (int k = 0; k < 3; ++k) EXPECT_NEAR(m.list[i].centre_frac[k], base.list[i].centre_frac[k], 1e-6);
     }
-    for (const auto& [name, m] : variants) {
-        SCOPED_TRACE(name);
-        EXPECT_EQ(m.summary(), base.summary());
-        ASSERT_EQ(m.list.size(), base.list.size());
-        for (size_t i = 0; i < m.list.size(); ++i) {
-            EXPECT_EQ(m.list[i].formula, base.list[i].formula);
-            for (int k = 0; k < 3; ++k) EXPECT_NEAR(m.list[i].centre_frac[k], base.list[i].centre_frac[k], 1e-6);
+    const PairsMade want = kmc_pairs(read_file(crystal_file("benzene_ops.cif"))), got = kmc_pairs(benzene_written(GetParam()));
+    ASSERT_EQ(want.status, 0);
+    ASSERT_EQ(got.status, 0);
+    EXPECT_EQ(want.classes.size(), 7u);  // lambda, carrier, five classes
+    EXPECT_EQ(got.classes, want.classes);
+    ASSERT_EQ(got.molecules.size(), want.molecules.size());
+    for (size_t i = 0; i < got.molecules.size(); ++i) {
+        ASSERT_EQ(got.molecules[i].size(), want.molecules[i].size());
+        for (size_t a = 0; a < got.molecules[i].size(); ++a) {
+            EXPECT_EQ(got.molecules[i][a].first, want.molecules[i][a].first);
+            for (int k = 0; k < 3; ++k) EXPECT_NEAR(got.molecules[i][a].second[k], want.molecules[i][a].second[k], 1e-6);
         }
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(CrystalReader, SameCrystal,
+                         testing::Values("benzene_symbol.cif", "benzene_hall.cif", "benzene_atoms_first.cif",
+                                         "benzene_labels.cif", "CRLF", "number"),
+                         [](const testing::TestParamInfo<std::string>& p) { return p.param.substr(0, p.param.find('.')); });
 
 TEST(CrystalReader, CellLaidOutAsTheAnalysisReaderDoes)
 {

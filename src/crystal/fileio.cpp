@@ -416,6 +416,8 @@ void FileIO::read_crystal_strcuture_files(bool binfo, bool write_files)
             const std::string name = m < static_cast<int>(mol_names.size()) ? mol_names[m] : "";
             read_data_mol(name.c_str(), m, binfo);
         }
+    } else if (mol_input_mode == 2 && cif_by_crystal_reader) {
+        read_cif_molecules();
     } else if (mol_input_mode == 2) {
         copy_cif_molecules();
         if (binfo) std::printf("Make whole molecules...\n");

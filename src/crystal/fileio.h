@@ -86,6 +86,11 @@ public:
     void read_data_cif(const char* filename, bool binfo);
     void read_data_mol(const char* filename, int index, bool binfo);
     void read_crystal_strcuture_files(bool binfo, bool write_files);
+    // The hopping simulation's reading of a CIF: the crystal reader (fileio_gemmi)
+    // and its molecules (find_molecules with bond_dis_scale) fill the per-molecule
+    // arrays, largest kind first; read_crystal_strcuture_files calls it when
+    // cif_by_crystal_reader is set.
+    void read_cif_molecules();
 
     // ------------------------------------------------ symmetry
     static void ParseTransformString(const std::string& op, Mat3& R, Vec3& t);
@@ -116,6 +121,10 @@ public:
     // ------------------------------------------------ structure source: written by the
     // configuration reader, read by read_crystal_strcuture_files
     int mol_input_mode = 0;               // 1 MOL files, 2 CIF file
+    // Set before the input is read: the keyword crystal then only names the file
+    // (cif_filename), which read_crystal_strcuture_files reads with the crystal
+    // reader of the hopping simulation instead of read_data_cif.
+    bool cif_by_crystal_reader = false;
     std::vector<std::string> mol_names;   // [mol_count]
 
     // ------------------------------------------------ molecules: written by the dispatch,
@@ -130,6 +139,11 @@ public:
     std::vector<double> mol_com;                // [3*mol_count] Cartesian centres of mass
     std::vector<double> mol_com_s;              // [3*mol_count] fractional centres of mass
     std::vector<std::multimap<int, int>> mol_bonds;  // [mol_count] bonded pairs (i, j), 1-based
+    // Hill formula of molecule m ("C10H8"); elements outside the table are left out.
+    std::string mol_formula(int m) const;
+    // Each kind of molecule with its count, in the order the kinds first appear:
+    // "4 x C6H6"; "2 x C20H14O2, 2 x C12H8N2" for a co-crystal.
+    std::string mol_kinds() const;
 
     // ------------------------------------------------ CIF content: written by the CIF reader,
     // expansion and separation, read by the dispatch

@@ -59,6 +59,7 @@ private:
     void read_loop();
     void read_operations(bool with_id);
     void check_operation(const std::string& op) const;
+    void warn_if_no_operation(const std::string& op);
     int count_headers(const std::vector<const char*>& wanted, std::vector<int>& columns);
     void read_atom_site_loop();
     void read_bond_loop();
@@ -68,6 +69,7 @@ private:
     std::vector<std::string> lines_;  // already trimmed
     size_t i_ = 0;
     int fract_columns_ = 0;
+    bool warned_operation_ = false;
 };
 
 void CifWalk::run()
@@ -174,6 +176,7 @@ void CifWalk::read_operations(bool with_id)
         sg_trim(op);
         if (!op.empty()) {
             check_operation(op);
+            warn_if_no_operation(op);
             f_.symm_ops.push_back(op);
         }
         ++i_;
@@ -190,6 +193,25 @@ void CifWalk::check_operation(const std::string& op) const
     for (int k = 0; k < 3; ++k) {
         check_finite(file_, line_number(), "symmetry operation " + op, t[k], kMaxCells);
         for (const double r : R[k]) check_finite(file_, line_number(), "symmetry operation " + op, r, kMaxCells);
+    }
+}
+
+// A line of the list that names no coordinate in some component (the "loop_"
+// after the operations, a row of the next loop) is still taken as an operation:
+// it maps every atom onto one point, where one atom more may appear in the cell.
+// Said once per file.
+void CifWalk::warn_if_no_operation(const std::string& op)
+{
+    Mat3 R;
+    Vec3 t;
+    FileIO::ParseTransformString(op, R, t);
+    for (const Vec3& row : R) {
+        if (row != Vec3{0, 0, 0} || warned_operation_) continue;
+        warned_operation_ = true;
+        f_.warn(strprintf("%s line %d: '%s' is taken as a symmetry operation, though it is none (a component without "
+                          "x, y or z): it maps the atoms onto a plane, line or point, and may add atoms to the cell\n",
+                          file_.c_str(), line_number(), op.c_str()));
+        return;
     }
 }
 
@@ -328,6 +350,14 @@ void FileIO::read_data_cif(const char* filename, bool binfo)
     mat_vec_mul_all(latt, cif_x_s, cif_x);
     make_spacegroup_P1(walk.fract_columns());
     mat_vec_mul_all(latt, cif_x_s, cif_x);
+    if (cif_natoms == 0)
+        warn(cif_labels.empty()
+                 ? strprintf("%s: no atom site read (a loop with _atom_site_label, _atom_site_type_symbol and "
+                             "_atom_site_fract_x, _y, _z, one site per line): the cell holds no atom and no molecule\n",
+                             filename)
+                 : strprintf("%s: %zu atom sites but no symmetry operation read (a loop of _symmetry_equiv_pos_as_xyz or "
+                             "_space_group_symop_operation_xyz): the cell holds no atom and no molecule\n",
+                             filename, cif_labels.size()));
     separate_cif_molecules(binfo);
     if (binfo) std::cout << "Crystal file " << filename << " parsing done.\n";
 }

@@ -136,19 +136,17 @@ Molecule make_molecule(const Crystal& c, const std::vector<int>& atoms, const st
         m.frac.push_back(f);
         ++counts[atom.z];
     }
-    // The whole molecule moves by lattice vectors until its centre is in the cell.
+    // The whole molecule moves by lattice vectors until its centre is in the cell;
+    // a centre on a face to rounding (a molecule on an inversion centre at the
+    // origin) goes to the face at 0, whichever side the rounding put it.
     Vec3 move;
-    for (int k = 0; k < 3; ++k) {
-        const double centre = sum[k] / m.mass;
-        move[k] = std::floor(centre);
-        if (centre - move[k] >= 1.0) move[k] += 1.0;
-    }
+    for (int k = 0; k < 3; ++k) move[k] = std::floor(sum[k] / m.mass + kOnFace);
     for (Vec3& f : m.frac)
         for (int k = 0; k < 3; ++k) f[k] -= move[k];
     Vec3 centre{};
     for (size_t a = 0; a < atoms.size(); ++a)
         for (int k = 0; k < 3; ++k) centre[k] += atomic_mass(m.z[a]) * m.frac[a][k];
-    for (int k = 0; k < 3; ++k) m.centre_frac[k] = std::clamp(centre[k] / m.mass, 0.0, std::nextafter(1.0, 0.0));
+    for (int k = 0; k < 3; ++k) m.centre_frac[k] = centre[k] / m.mass;
     m.centre_cart = c.to_cartesian(m.centre_frac);
     for (const Vec3& f : m.frac) m.cart.push_back(c.to_cartesian(f));
     m.formula = hill_formula(counts);
@@ -268,9 +266,11 @@ std::string Molecules::summary() const
 namespace {
 void write_atoms(OutputFile& f, const Molecule& m, const Vec3& move)
 {
-    for (size_t a = 0; a < m.z.size(); ++a)
-        f.print("%-2s %15.8f %15.8f %15.8f\n", element_symbol(m.z[a]).c_str(), m.cart[a][0] + move[0],
+    for (size_t a = 0; a < m.z.size(); ++a) {
+        const std::string el = element_symbol(m.z[a]);  // "X" for an element outside the table
+        f.print("%-2s %14.8f %14.8f %14.8f\n", el.empty() ? "X" : el.c_str(), m.cart[a][0] + move[0],
                 m.cart[a][1] + move[1], m.cart[a][2] + move[2]);
+    }
 }
 
 // The comment is one line of the file, whatever it holds.

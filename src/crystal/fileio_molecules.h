@@ -16,7 +16,7 @@ struct Molecule {
     std::vector<int> z;      // atomic numbers, in the same order
     std::vector<Vec3> frac;  // fractional, whole: bonded atoms are next to each other
     std::vector<Vec3> cart;  // Cartesian, Angstrom
-    Vec3 centre_frac{};      // centre of mass, each component in [0, 1)
+    Vec3 centre_frac{};      // centre of mass, each component in [-kOnFace, 1 - kOnFace)
     Vec3 centre_cart{};
     double mass = 0.0;       // amu
     std::string formula;     // Hill order
@@ -30,6 +30,9 @@ struct Molecules {
     std::string summary() const;
 };
 
+// A molecule's centre this close below a cell face (fractional) counts as on it:
+// centres lie in [-kOnFace, 1 - kOnFace).
+constexpr double kOnFace = 1e-6;
 // Atoms closer than this are refused as duplicate sites.
 constexpr double kDuplicateDistance = 0.5;  // Angstrom
 // Atoms of two molecules closer than this times the sum of their covalent radii
@@ -45,7 +48,9 @@ constexpr double kFusedFraction = 0.75;
 Molecules find_molecules(const Crystal& crystal, double bond_dis_scale = 1.15);
 
 // Standard XYZ files through the checked writer (a failure ends the run): the
-// atom count, the comment (one line), then "El x y z" in Angstrom.
+// atom count, the comment (one line), then "El x y z" in Angstrom, written
+// "%-2s %14.8f %14.8f %14.8f" (X for an element outside the table). The writers
+// read only z and cart of a molecule, and only latt of the crystal.
 void write_xyz(const std::string& path, const Molecule& molecule, const std::string& comment);
 // Two whole molecules, the second moved by `cell` lattice vectors (na, nb, nc).
 void write_dimer_xyz(const std::string& path, const Crystal& crystal, const Molecule& first,

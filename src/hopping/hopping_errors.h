@@ -9,6 +9,7 @@ namespace hopping_error {
 inline constexpr int kLineCarrier = 1810;  // hopping_rates.cpp
 inline constexpr int kLineRate = 1820;  // hopping_rates.cpp
 inline constexpr int kLineNoHop = 1830;  // hopping_rates.cpp
+inline constexpr int kLineNoClass = 1840;  // main_kmc.cpp: no pair of molecules, no network
 inline constexpr int kLineApart = 1910;  // hopping_exact.cpp
 inline constexpr int kLineTrackWrite = 2110;  // hopping_run.cpp
 inline constexpr int kLineRatesFile = 2210;  // main_kmc.cpp

@@ -54,6 +54,12 @@ const char* const kTemperatureFile = "me_temp.dat";
 const char* const kFieldWithoutDirection =
     "field_range gives the magnitudes of the field along the direction of app_elec_F: set app_elec_F to a field "
     "that is not zero (app_elec_F = 1 0 0 points along a and is negligible elsewhere)\n";
+const char* const kNoMolecule =
+    "the structure gives no molecule, so there is no network to simulate: name a crystal with molecules, or MOL "
+    "files, in %s\n";
+const char* const kNoPair =
+    "no two molecules come within lat_cutoff = %g A of each other (%d molecule(s) in the cell, nei_scell %d %d %d): "
+    "the network has no hop to simulate; raise lat_cutoff or nei_scell\n";
 const char* const kNoMobTensor =
     "%zu of the %zu temperatures without a simulated mobility (the first: %s is not there): their kmc columns of "
     "me_temp.dat are nan\n";
@@ -331,27 +337,43 @@ void run(const Options& o, const std::string& prog, bool nested)
     if (!nested) std::printf("*** kelta_kmc: hopping simulation\n");
     Setup u;
     Transport& t = u.t;
+    t.cif_by_crystal_reader = true;
     t.read_kelta_inp(o.config.c_str(), false);
     t.set_track_timeunit(o.unit.seconds);
     t.read_crystal_strcuture_files(false, false);
+    if (t.mol_count == 0) fatal("transport", kLineNoClass, 1, strprintf(kNoMolecule, o.config.c_str()));
+    std::printf("  molecules in the cell: %s\n", t.mol_kinds().c_str());
+    std::fflush(stdout);
     t.build_neighbor_list(false);
     u.pairs = network::find_pairs(t);
     const network::Pairs& pairs = u.pairs;
+    if (pairs.classes.empty())
+        fatal("transport", kLineNoClass, 1,
+              strprintf(kNoPair, t.lat_cutoff, t.mol_count, t.scell_n[0], t.scell_n[1], t.scell_n[2]));
     std::printf("  %d molecule(s) in the cell, %zu hops to neighbours within %g A, in %zu classes of equivalent pairs\n",
                 t.mol_count, pairs.hops.size(), t.lat_cutoff, pairs.classes.size());
     const bool quantum = t.rate_model == RateModel::quantum;
+    t.read_charge_inp();
     if (o.pairs) {
-        network::write_couplings_template(t, pairs, t.kelta_dat_file, t.rate_model);
-        std::printf("  wrote %s: replace every NA (lambda_meV%s and each class's V_meV in meV%s), then run %s\n",
-                    t.kelta_dat_file.c_str(), quantum ? ", hw_meV" : "", quantum ? ", huang_rhys" : "", prog.c_str());
+        // The couplings are for the carrier of the run: a hole's differ from an electron's.
+        const std::string carrier = network::carrier_name(network::run_conditions(t).charge);
+        network::write_couplings_template(t, pairs, t.kelta_dat_file, t.rate_model, carrier);
+        const std::filesystem::path beside = std::filesystem::path(t.kelta_dat_file).parent_path();
+        const std::string dimers = (beside / "dimers").string();
+        network::write_dimer_files(t, pairs, dimers);
+        std::printf("  wrote %s for the %s: replace every NA (lambda_meV%s and each class's V_meV in meV%s), then run "
+                    "%s\n  the geometries: %s/molecule_N.xyz for the %d molecule(s), %s/class_NNN.xyz for the %zu "
+                    "pair(s) of the classes\n",
+                    t.kelta_dat_file.c_str(), carrier.c_str(), quantum ? ", hw_meV" : "", quantum ? ", huang_rhys" : "",
+                    prog.c_str(), dimers.c_str(), t.mol_count, dimers.c_str(), pairs.classes.size());
         return;
     }
-    t.read_charge_inp();
     t.read_temp_inp("transport", kLineTemperature);
-    u.couplings = network::read_couplings(t.kelta_dat_file, pairs, t.mol_count, t.rate_model);
+    u.conditions = network::run_conditions(t);
+    u.couplings = network::read_couplings(t.kelta_dat_file, pairs, t.mol_count, t.rate_model,
+                                          network::carrier_name(u.conditions.charge));
     if (!nested)
         for (const std::string& w : network::coupling_warnings(u.couplings, pairs, t.rate_model)) t.warn(w);
-    u.conditions = network::run_conditions(t);
     u.hops = pairs.hops;
     network::assign_rates(u.conditions, u.couplings, t.mol_count, u.hops);
     u.table = network::rates_table(u.conditions, u.couplings, u.hops, o.unit);

@@ -254,7 +254,10 @@ void KeltaInp::set_keyword(const std::string& key, const std::string& v, const c
         {"lumo_adjustment", nullptr, [](KeltaInp& k, const std::string& v) { append_int_list(v, k.lumo_adjustment); }},
         {"molecule", nullptr, [](KeltaInp& k, const std::string& v) { k.set_molecule_files(v); }},
         {"crystal", nullptr, [](KeltaInp& k, const std::string& v) {
-             k.read_data_cif(as_text(v).c_str(), k.verbose_);
+             if (k.cif_by_crystal_reader)
+                 k.cif_filename = as_text(v);  // read with the structure, after the whole input
+             else
+                 k.read_data_cif(as_text(v).c_str(), k.verbose_);
              k.mol_input_mode = 2;
          }},
         {"lat_site_energy", nullptr, [](KeltaInp& k, const std::string& v) { k.lat_site_energy = k.integer(v); }},

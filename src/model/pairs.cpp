@@ -9,6 +9,7 @@
 #include <map>
 #include <sstream>
 
+#include "fileio_molecules.h"
 #include "pairs.h"
 #include "transport_errors.h"
 
@@ -36,12 +37,18 @@ const char* const kNoCoupling =
     "integral in meV\n";
 const char* const kBadValue = "%s line %d: %s = %s: %s\n";
 const char* const kMissingValue = "%s: no %s line (%s)\n";
+const char* const kOtherCarrier =
+    "%s line %d: carrier = %s, but charge.inp makes the carrier of this run %s %s: hole and electron couplings "
+    "differ (they come from different orbitals), so these do not serve; write a couplings file for the %s "
+    "(kelta_kmc -pairs with kelta_dat_file naming a new file) or change charge.inp\n";
 
 const char* const kTemplateHead =
     "# Couplings of the hopping network, written by kelta_kmc -pairs for %s\n"
     "# (%d molecule(s) in the cell, lat_cutoff %g A, nei_scell %d %d %d). Replace every NA.\n"
     "#\n"
     "# lambda_meV    reorganisation energy, meV, one value for every hop\n"
+    "# carrier       hole or electron, as charge.inp said when this file was written: hole and electron couplings\n"
+    "#               differ, so a run for the other carrier refuses the file\n"
     "%s"
     "# site_meV = i E    optional, one line per molecule: site energy E (meV) of molecule i of the\n"
     "#                   cell (from 1); 0 when not given\n"
@@ -53,16 +60,19 @@ const char* const kTemplateHead =
     "#   na nb nc     the cell of mol_j, in cell vectors\n"
     "#   d_centre_A   distance of the two centres of mass, Angstrom\n"
     "#   d_min_A      distance of the closest atoms, Angstrom\n"
+    "#   d_heavy_A    distance of the closest atoms other than hydrogen, Angstrom\n"
     "#   pairs        how many hops of the cell's molecules belong to the class\n"
     "#   V_meV        the transfer integral of the pair, meV: compute it for the representative\n"
+    "#                (its geometry: dimers/class_NNN.xyz beside this file)\n"
     "lambda_meV = NA\n"
+    "carrier = %s\n"
     "%s"
-    "# class  mol_i mol_j  na nb nc   d_centre_A   d_min_A  pairs  V_meV\n";
+    "# class  mol_i mol_j  na nb nc   d_centre_A   d_min_A  d_heavy_A  pairs  V_meV\n";
 const char* const kQuantumHead =
     "# hw_meV        energy of the effective high-frequency mode, meV (ratetype quantum)\n"
     "# huang_rhys    its Huang-Rhys factor S\n";
 const char* const kQuantumLines = "hw_meV = NA\nhuang_rhys = NA\n";
-const char* const kClassRow = "%7d%7d%6d%4d%3d%3d%12.4f%11.4f%7d     NA\n";
+const char* const kClassRow = "%7d%7d%6d%4d%3d%3d%12.4f%11.4f%11s%7d     NA\n";
 const char* const kHopHead = "#\n# Every hop of the cell's molecules and its class:\n#  mol_i mol_j  na nb nc   d_centre_A  class\n";
 const char* const kHopRow = "# %6d%6d%4d%3d%3d%13.4f%7d\n";
 
@@ -81,6 +91,29 @@ std::vector<double> sorted_distances(const Molecules& m, int from, int to, const
         }
     std::sort(d.begin(), d.end());
     return d;
+}
+
+// The closest atoms of the two molecules of a hop that are not hydrogen; not a
+// number when either molecule has none (or the elements are not known).
+double heavy_distance(const Molecules& m, int from, int to, const Cell& cell)
+{
+    double best = std::numeric_limits<double>::quiet_NaN();
+    if (static_cast<size_t>(std::max(from, to)) >= m.z.size()) return best;
+    const std::vector<double>& xi = m.x_s[static_cast<size_t>(from)];
+    const std::vector<double>& xj = m.x_s[static_cast<size_t>(to)];
+    const std::vector<int>& zi = m.z[static_cast<size_t>(from)];
+    const std::vector<int>& zj = m.z[static_cast<size_t>(to)];
+    for (size_t a = 0; a < zi.size(); ++a) {
+        if (zi[a] <= 1) continue;
+        for (size_t b = 0; b < zj.size(); ++b) {
+            if (zj[b] <= 1) continue;
+            Vec3 f;
+            for (size_t k = 0; k < 3; ++k) f[k] = xj[3 * b + k] + cell[k] - xi[3 * a + k];
+            const double d = get_magnitude(mat_vec_mul(m.latt, f));
+            if (!(d >= best)) best = d;
+        }
+    }
+    return best;
 }
 
 bool same_distances(const std::vector<double>& a, const std::vector<double>& b)
@@ -120,6 +153,7 @@ Molecules cell_molecules(const Transport& t)
     for (int i = 0; i < t.mol_count; ++i) {
         m.x_s.push_back(t.mol_x_s[i]);
         m.centre_s.push_back(vec3_at(t.mol_com_s, static_cast<size_t>(i)));
+        m.z.push_back(t.mol_atypes[i]);
     }
     return m;
 }
@@ -148,6 +182,7 @@ Pairs find_pairs(const Molecules& m, const Neighbours& neighbours)
             h.r = mat_vec_mul(m.latt, {cj[0] + h.cell[0] - ci[0], cj[1] + h.cell[1] - ci[1], cj[2] + h.cell[2] - ci[2]});
             const std::vector<double> d = sorted_distances(m, h.from, h.to, h.cell);
             h.d_min = d.empty() ? 0.0 : d.front();
+            h.d_heavy = heavy_distance(m, h.from, h.to, h.cell);
             const auto same = std::find_if(rep_distances.begin(), rep_distances.end(),
                                            [&d](const std::vector<double>& r) { return same_distances(d, r); });
             h.pair_class = static_cast<int>(same - rep_distances.begin());
@@ -176,7 +211,8 @@ Pairs find_pairs(const Molecules& m, const Neighbours& neighbours)
     return p;
 }
 
-void write_couplings_template(const Transport& t, const Pairs& pairs, const std::string& file, RateModel model)
+void write_couplings_template(const Transport& t, const Pairs& pairs, const std::string& file, RateModel model,
+                              const std::string& carrier)
 {
     const bool quantum = model == RateModel::quantum;
     // A name the system cannot even look up (too long, a file as a directory)
@@ -186,11 +222,12 @@ void write_couplings_template(const Transport& t, const Pairs& pairs, const std:
     const std::string structure = t.mol_input_mode == 2 ? t.cif_filename : "the molecule files of the input";
     OutputFile f(file, kModule, kLineOpen);
     f.print(kTemplateHead, structure.c_str(), t.mol_count, t.lat_cutoff, t.scell_n[0], t.scell_n[1], t.scell_n[2],
-            quantum ? kQuantumHead : "", kSameDistance, quantum ? kQuantumLines : "");
+            quantum ? kQuantumHead : "", kSameDistance, carrier.c_str(), quantum ? kQuantumLines : "");
     for (size_t c = 0; c < pairs.classes.size(); ++c) {
         const Hop& h = pairs.hops[pairs.classes[c].rep];
+        const std::string heavy = std::isnan(h.d_heavy) ? "NA" : strprintf("%.4f", h.d_heavy);
         f.print(kClassRow, static_cast<int>(c) + 1, h.from + 1, h.to + 1, h.cell[0], h.cell[1], h.cell[2],
-                get_magnitude(h.r), h.d_min, pairs.classes[c].hops);
+                get_magnitude(h.r), h.d_min, heavy.c_str(), pairs.classes[c].hops);
     }
     f.write(kHopHead);
     for (const Hop& h : pairs.hops)
@@ -198,7 +235,8 @@ void write_couplings_template(const Transport& t, const Pairs& pairs, const std:
     f.commit();
 }
 
-Couplings read_couplings(const std::string& file, const Pairs& pairs, int molecules, RateModel model)
+Couplings read_couplings(const std::string& file, const Pairs& pairs, int molecules, RateModel model,
+                         const std::string& carrier)
 {
     std::ifstream in;
     if (is_regular_file(file)) in.open(file);
@@ -235,6 +273,12 @@ Couplings read_couplings(const std::string& file, const Pairs& pairs, int molecu
                 if (m < 1 || m > molecules) bad_value(key, value, "no such molecule in the cell");
                 if (!std::isfinite(v)) bad_value(key, value, "the site energy must be a finite number of meV");
                 c.site_meV[m - 1] = v;
+            } else if (key == "carrier") {
+                if (value != "hole" && value != "electron") bad_value(key, value, "the carrier is hole or electron");
+                if (!carrier.empty() && value != carrier)
+                    fatal(kModule, kLineCarrier, 1,
+                          strprintf(kOtherCarrier, file.c_str(), lineno, value.c_str(),
+                                    carrier == "hole" ? "a" : "an", carrier.c_str(), carrier.c_str()));
             } else if (key == "lambda_meV" || key == "hw_meV" || key == "huang_rhys") {
                 if (!number(value, v)) bad(trim(raw));
                 (key == "lambda_meV" ? c.lambda_meV : key == "hw_meV" ? c.hw_meV : c.huang_rhys) = v;
@@ -247,11 +291,14 @@ Couplings read_couplings(const std::string& file, const Pairs& pairs, int molecu
         std::istringstream s(line);
         std::vector<std::string> tok;
         for (std::string w; s >> w;) tok.push_back(w);
+        // Ten columns in files written before d_heavy_A, eleven since.
         std::array<int, 9> n{};
         double dummy = 0, V = 0;
-        bool ok = tok.size() == 10 && number(tok[6], dummy) && number(tok[7], dummy) && number(tok[9], V);
+        const size_t last = tok.size() - 1;
+        bool ok = (tok.size() == 10 || tok.size() == 11) && number(tok[6], dummy) && number(tok[7], dummy) &&
+                  number(tok[last - 2], dummy) && number(tok[last], V);
         for (size_t k = 0; ok && k < 6; ++k) ok = integer(tok[k], n[k]);
-        if (ok) ok = integer(tok[8], n[6]);
+        if (ok) ok = integer(tok[last - 1], n[6]);
         if (!ok) bad(trim(raw));
         const int cls = n[0];
         if (cls < 1 || cls > static_cast<int>(pairs.classes.size()))
@@ -294,6 +341,41 @@ Couplings read_couplings(const std::string& file, const Pairs& pairs, int molecu
                 "the Huang-Rhys factor must be a finite number, 0 or more");
     }
     return c;
+}
+
+// ------------------------------------------------ the XYZ files of molecules and pairs
+
+namespace {
+
+// Molecule m of the cell as the XYZ writers of the crystal reader take it.
+crystal::Molecule xyz_molecule(const Transport& t, int m)
+{
+    crystal::Molecule mol;
+    mol.z = t.mol_atypes[static_cast<size_t>(m)];
+    for (size_t a = 0; a < mol.z.size(); ++a) mol.cart.push_back(vec3_at(t.mol_x[static_cast<size_t>(m)], a));
+    return mol;
+}
+
+}  // namespace
+
+void write_dimer_files(const Transport& t, const Pairs& pairs, const std::string& dir)
+{
+    create_directory(dir.c_str());
+    std::vector<crystal::Molecule> molecules;
+    for (int m = 0; m < t.mol_count; ++m) {
+        molecules.push_back(xyz_molecule(t, m));
+        crystal::write_xyz(dir + strprintf("/molecule_%d.xyz", m + 1), molecules.back(),
+                           strprintf("molecule %d of the cell: %s", m + 1, t.mol_formula(m).c_str()));
+    }
+    crystal::Crystal cell;
+    cell.latt = t.latt;
+    for (size_t c = 0; c < pairs.classes.size(); ++c) {
+        const Hop& h = pairs.hops[static_cast<size_t>(pairs.classes[c].rep)];
+        crystal::write_dimer_xyz(dir + strprintf("/class_%03zu.xyz", c + 1), cell, molecules[static_cast<size_t>(h.from)],
+                                 molecules[static_cast<size_t>(h.to)], h.cell,
+                                 strprintf("class %zu: molecule %d and molecule %d in cell %d %d %d", c + 1, h.from + 1,
+                                           h.to + 1, h.cell[0], h.cell[1], h.cell[2]));
+    }
 }
 
 }  // namespace network

@@ -21,6 +21,7 @@ struct Hop {
     Cell cell{};           // lattice translation of `to`, in cell vectors
     Vec3 r{};              // centre of `to` (shifted) minus centre of `from`, Angstrom
     double d_min = 0;      // closest atoms of the two molecules, Angstrom
+    double d_heavy = 0;    // closest atoms other than hydrogen; not a number without such atoms
     int pair_class = 0;    // from 0
     double dG = 0;         // free energy change, eV; set by assign_rates
     double rate = 0;       // per second; set by assign_rates
@@ -48,6 +49,7 @@ struct Molecules {
     Mat3 latt{};                           // columns: the cell vectors a, b, c, Angstrom
     std::vector<std::vector<double>> x_s;  // [molecules][3 x atoms] fractional, each molecule whole
     std::vector<Vec3> centre_s;            // [molecules] fractional centre of mass
+    std::vector<std::vector<int>> z;       // [molecules][atoms] atomic numbers (empty: not known)
 };
 // A neighbour of a molecule of the cell: molecule `to` of the cell shifted by `cell`.
 struct Neighbour {
@@ -77,14 +79,30 @@ struct Couplings {
     std::vector<double> site_meV;   // [molecules] site energy, 0 unless given
 };
 
-// Writes the couplings template for the pairs: lambda (and the mode for quantum
-// rates) and one line per class, all NA, then every hop with its class as
-// comments. Refuses (status 1) to replace an existing file.
-void write_couplings_template(const Transport& t, const Pairs& pairs, const std::string& file, RateModel model);
+// The carrier the couplings are for, as the couplings file names it: "hole" for
+// a positive charge, "electron" for a negative one.
+inline std::string carrier_name(double charge) { return charge > 0 ? "hole" : "electron"; }
+
+// Writes the couplings template for the pairs: lambda, the carrier (hole or
+// electron), the mode for quantum rates and one line per class, all NA, then
+// every hop with its class as comments. Refuses (status 1) to replace an
+// existing file.
+void write_couplings_template(const Transport& t, const Pairs& pairs, const std::string& file, RateModel model,
+                              const std::string& carrier);
 
 // Reads a couplings file written for these pairs; ends the run (status 1) on a
-// line it cannot read, on classes that are not those of the structure, and on
-// values that are missing (NA) or not physical.
-Couplings read_couplings(const std::string& file, const Pairs& pairs, int molecules, RateModel model);
+// line it cannot read, on classes that are not those of the structure, on a
+// carrier line that names another carrier than `carrier` (when not empty), and
+// on values that are missing (NA) or not physical. A file without a carrier line
+// is taken for any carrier.
+Couplings read_couplings(const std::string& file, const Pairs& pairs, int molecules, RateModel model,
+                         const std::string& carrier = "");
+
+// The geometries the couplings are computed on, in XYZ files (Angstrom) in
+// `dir`: molecule_N.xyz for each molecule of the cell (N from 1), and
+// class_NNN.xyz for each class (from 001): its representative pair, the first
+// molecule's atoms, then the second's, each in the order of its molecule file,
+// the second moved by exactly its cell's lattice translation.
+void write_dimer_files(const Transport& t, const Pairs& pairs, const std::string& dir);
 
 }  // namespace network

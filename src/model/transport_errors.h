@@ -10,6 +10,7 @@ inline constexpr int kLineOpen = 1720;  // pairs.cpp
 inline constexpr int kLineSyntax = 1730;  // pairs.cpp
 inline constexpr int kLineClasses = 1740;  // pairs.cpp
 inline constexpr int kLineValue = 1750;  // pairs.cpp
+inline constexpr int kLineCarrier = 1760;  // pairs.cpp: couplings of the other carrier
 inline constexpr int kLineSearchRange = 855;  // transport.cpp: nei_scell out of bounds
 inline constexpr int kLineSearchTooWide = 860;  // transport.cpp: too many atom pairs to test
 inline constexpr int kLineNeighbours = 870;  // transport.cpp: NNEIMAX reached
