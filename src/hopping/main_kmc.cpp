@@ -225,7 +225,7 @@ void simulate(Setup& u, const Options& o)
     if (o.jobscript >= 0) {
         check_slices(t, o);
         const std::string script =
-            t.job.write_kmc_job(s.count, static_cast<int>(o.jobscript), o.config, o.unit.option);
+            t.job.write_kmc_job(s.count, static_cast<int>(o.jobscript), o.config, o.unit.option, o.force);
         std::printf("  wrote %s: %ld slices of the %ld trajectories for %s, then kelta_mob -tensor; submit with: sh %s\n",
                     script.c_str(), o.jobscript, s.count, t.job.sched_type.c_str(), script.c_str());
         return;
@@ -314,7 +314,7 @@ void simulate_series(const Setup& u, const Options& o, const std::vector<double>
     if (o.jobscript >= 0) {
         check_slices(u.t, o);
         const std::string script =
-            u.t.job.write_kmc_series_job(folders, s.count, static_cast<int>(o.jobscript), o.config, o.unit.option);
+            u.t.job.write_kmc_series_job(folders, s.count, static_cast<int>(o.jobscript), o.config, o.unit.option, o.force);
         for (size_t k = 0; k < temps.size(); ++k) series::lay_folder(u.t, o.config, temps[k], folders[k]);
         std::printf("  wrote %zu folders (%s to %s) and %s: %ld slices at each temperature for %s, then kelta_mob "
                     "-tensor in each folder and %s -collect; submit with: sh %s\n",
