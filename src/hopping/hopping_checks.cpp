@@ -90,6 +90,10 @@ const char* const kTooLong =
 const char* const kSuggests = "The exact answer suggests tsimu = %g %s and tsnap = %g %s";
 const char* const kUnitHint = " Is tsimu in %s, the unit of -timeunit?";
 const char* const kPicoseconds = " With -timeunit PS the suggestion reads tsimu = %g ps and tsnap = %g ps.";
+// A tsimu this many times the suggested one is warned about: the factor between ns and ps.
+constexpr double kFarBeyond = 1000;
+const char* const kFarBeyondText =
+    "tsimu = %g %s is %.3g times the suggested %g %s: is tsimu in %s, the unit of -timeunit?%s\n";
 const char* const kDefaultsHint =
     " nsimu = 2000 and tsimu = 1000 are the defaults: does a line beginning with / close the &transport block "
     "before they are set?";
@@ -202,6 +206,14 @@ Estimate check_run(const series::Network& n, network::Conditions run, const std:
     std::fputs(estimate_text(sum, p.unit.label).c_str(), stderr);
     std::fflush(stderr);
     refuse_long_run(sum, p.unit.label, p.tsimu, p.defaults, p.force);
+    if (sum.tsimu > 0 && p.tsimu >= kFarBeyond * sum.tsimu) {
+        std::string ps;
+        if (p.unit.label == "ns" && sum.tsimu < 1) ps = strprintf(kPicoseconds, 1000 * sum.tsimu, 1000 * sum.tsnap);
+        std::fprintf(stderr, "WARNING: ");
+        std::fprintf(stderr, kFarBeyondText, p.tsimu, p.unit.label.c_str(), p.tsimu / sum.tsimu, sum.tsimu,
+                     p.unit.label.c_str(), p.unit.label.c_str(), ps.c_str());
+        std::fflush(stderr);
+    }
     return sum;
 }
 
