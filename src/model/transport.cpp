@@ -24,6 +24,13 @@ const char* const kRangeTooNarrow =
     "lat_cutoff = %g A reaches beyond nei_scell = %d %d %d: molecule %d and molecule %d in cell %d %d %d have atoms "
     "%.4f A apart, and the neighbour list misses them; nei_scell = %d %d %d reaches every neighbour within "
     "lat_cutoff\n";
+const char* const kRangeMayBeTooNarrow =
+    "lat_cutoff = %g A may reach beyond nei_scell = %d %d %d: atoms within lat_cutoff of the cell's molecules can lie "
+    "in cells up to %d %d %d away, too wide a range to search for them here; nei_scell = %d %d %d reaches every "
+    "neighbour\n";
+// Molecule pairs of the wider range that the check of nei_scell looks at, at most
+// (each a centre distance, a fraction of a second in all).
+constexpr double kMaxRangeTests = 1e7;
 const char* const kTempNoNumber =
     "temp.inp line 1 ('%s') is no number: the temperature stays temp = %g K of the input file\n";
 const char* const kRangeTooWide =
@@ -230,7 +237,11 @@ void Transport::check_search_range()
     }
     if (complete) return;
     const double cells = (2.0 * bound[0] + 1) * (2.0 * bound[1] + 1) * (2.0 * bound[2] + 1);
-    if (cells * mol_count * mol_count > kMaxPairTests) return;  // too wide to search here
+    if (cells * mol_count * mol_count > kMaxRangeTests) {
+        warn(strprintf(kRangeMayBeTooNarrow, lat_cutoff, scell_n[0], scell_n[1], scell_n[2], bound[0], bound[1], bound[2],
+                       bound[0], bound[1], bound[2]));
+        return;
+    }
     std::array<int, 3> needed = {0, 0, 0};
     std::array<int, 5> missed{};  // i, j and the cell of the first neighbour outside the search, i = -1: none
     missed[0] = -1;
