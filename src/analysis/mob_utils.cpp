@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <cerrno>
 #include <charconv>
 #include <climits>
@@ -67,8 +68,9 @@ constexpr size_t kTrackBlock = 1 << 16;   // bytes read at once
 double header_time_unit(const char* header)
 {
     const char* t = std::strstr(header, "t,");
-    if (header[0] != '#' || !t) return 0;
-    const std::optional<units::TimeUnit> u = units::time_unit_named(std::string{char(std::toupper(t[2])), char(std::toupper(t[3]))});
+    if (header[0] != '#' || !t || !t[2] || !t[3]) return 0;
+    const auto upper = [](char c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); };
+    const std::optional<units::TimeUnit> u = units::time_unit_named(std::string{upper(t[2]), upper(t[3])});
     return u && !std::isalpha(static_cast<unsigned char>(t[4])) ? u->seconds : 0;
 }
 
