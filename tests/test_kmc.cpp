@@ -8,6 +8,7 @@
 
 #include "test_support.h"
 #include "test_kmc_oracle.h"
+#include "hopping_checks.h"
 #include "hopping_walk.h"
 
 using namespace testsupport;
@@ -96,6 +97,38 @@ TEST(KmcExact, ClosedFormsOfTheCellProblem)
     // Flux balance: pi0 (3 + 1) = pi1 (1 + 2), so pi = (3/7, 4/7).
     EXPECT_NEAR(e4.pi[0], 3.0 / 7, 1e-14);
     EXPECT_NEAR(e4.drift[0], 3.0 / 7 * (3 * 1 - 1 * 2) + 4.0 / 7 * (-1 * 1 + 2 * 2), 1e-13);
+}
+
+// The cost of a run on a chain whose molecules alternate: A hops either way at
+// kA, B at kB, every hop l = 2 A long. Every hop is an independent +-l, so the
+// hop count grows at the mean escape rate K = pi_A 2 kA + pi_B 2 kB
+// = 4 kA kB / (kA + kB) with pi_A = kB / (kA + kB), and MSD = l^2 K t: a hundred
+// squared hop lengths after 100 / K.
+TEST(KmcEstimate, HopsTimeAndSuggestionOnAChainWithAKnownAnswer)
+{
+    const double kA = 1e12, kB = 3e12;  // per second
+    const std::vector<network::Hop> chain = {hop(0, 1, {2, 0, 0}, kA), hop(0, 1, {-2, 0, 0}, kA),
+                                             hop(1, 0, {2, 0, 0}, kB), hop(1, 0, {-2, 0, 0}, kB)};
+    const network::Exact e = network::solve_exact(2, chain);
+    // 10 trajectories of 1000 ps with 201 rows on 2 threads.
+    const kmc::Estimate x = kmc::estimate_run(chain, e, 1e-12, 1000, 10, 201, 2);
+    const double K = 4 * kA * kB / (kA + kB);  // 3e12 per second
+    EXPECT_NEAR(x.escape_rate / K, 1, 1e-12);
+    EXPECT_NEAR(x.hops_per_trajectory, 3000, 1e-8);
+    EXPECT_NEAR(x.seconds, (30000 * kmc::kSecondsPerHop + 2010 * kmc::kSecondsPerRow) / 2, 1e-15);
+    EXPECT_NEAR(x.msd_time, 100 / K / 1e-12, 1e-9);  // 33.3 ps
+    EXPECT_EQ(x.tsimu, 50);
+    EXPECT_EQ(x.tsnap, 0.25);
+    // One trajectory cannot share two threads.
+    EXPECT_EQ(kmc::estimate_run(chain, e, 1e-12, 1000, 1, 201, 2).threads, 1);
+
+    // Left in ns, 1e7 trajectories take 3e13 hops: refused with the suggestion, unless forced.
+    const kmc::Estimate days = kmc::estimate_run(chain, e, 1e-9, 1000, 10000000, 201, 2);
+    EXPECT_NO_THROW(kmc::refuse_long_run(days, "ns", 1000, false, true));
+    const Outcome r = capture([&] { kmc::refuse_long_run(days, "ns", 1000, false, false); });
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.out.find("about 34.7 days (3e+13 hops: 10000000 trajectories of 3e+06 hops"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("suggests tsimu = 0.05 ns and tsnap = 0.00025 ns. Is tsimu in ns"), std::string::npos) << r.out;
 }
 
 // The same seed writes the same bytes on one thread and on two, and a slice

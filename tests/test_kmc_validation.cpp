@@ -44,7 +44,10 @@ void simulate_and_analyse(const std::vector<std::string>& timeunit)
     std::vector<std::string> args = timeunit;
     const Outcome kmc = run_kmc(args);
     ASSERT_EQ(kmc.status, 0) << kmc.out << kmc.err;
-    EXPECT_EQ(kmc.err, "");  // a run of seconds draws no progress bar where standard error is no terminal
+    // Standard error holds the estimate alone: a run of seconds draws no progress
+    // bar where standard error is no terminal.
+    EXPECT_EQ(kmc.err.rfind("  estimate: ", 0), 0u) << kmc.err;
+    EXPECT_EQ(std::count(kmc.err.begin(), kmc.err.end(), '\n'), 1) << kmc.err;
     args.push_back("-tensor");
     RandomSeeds seeds;
     seeds.ran2 = 5;

@@ -102,3 +102,28 @@ TEST(SphereScan, OwnBoundsOnTheStep)
                              : "mob_utils : line 703 : \ndeltaa = 0.2 would give 1622701 directions, more than the 1000000 a scan may compute; use a larger step\n1");
     }
 }
+
+// Twenty carriers that each move 3 A along x and 1 A up or down y by the last
+// time point drift: the mean (3, 0, 0) A lies sqrt(9 x 20 / 1) = 13.4 standard
+// errors out and is 3 times the spread. Back and forth along x they do not; and
+// nineteen are too few to tell.
+TEST(TrackChecks, ADriftIsWarnedAboutOnce)
+{
+    const auto warnings = [](int n, double back_and_forth) {
+        Mobutils m;
+        m.nsimu = n, m.ntime = 3, m.track_time = {0, 1, 2};
+        for (Table* t : {&m.track_x, &m.track_y, &m.track_z}) t->resize(n, 3);
+        for (int j = 0; j < n; ++j) {
+            m.track_x[j][2] = j % 2 ? 3 : 3 * back_and_forth;
+            m.track_y[j][2] = j % 2 ? 1 : -1;
+        }
+        capture([&] { m.check_drift(); });
+        return m.warnings;
+    };
+    EXPECT_EQ(warnings(20, 1), std::vector<std::string>{
+        "the carriers drift: their mean displacement at t = 2, (3, 0, 0) A, lies 13.4 standard errors from zero and is 3 "
+        "times the spread of the displacements; the mean-square displacement counts the drift as motion, so the "
+        "mobilities come out too large (under a field, kelta_kmc writes the drift mobility to kmc_drift.dat)\n"});
+    EXPECT_TRUE(warnings(20, -1).empty());
+    EXPECT_TRUE(warnings(19, 1).empty());
+}

@@ -77,12 +77,13 @@ TEST(QcMatrixFile, EachDefectIsNamedWithFileLineAndBlock)
         EXPECT_EQ(o.out, qc_error(202, message)) << text;
     }
     // Shapes a well-formed file can still get wrong.
-    write_file("shape.txt", "overlap 2 3\n1 0 0\n0 1 0\nfock 2 2\n-0.5 -0.1\n-0.1000001 -0.4\n");
+    write_file("shape.txt", "overlap 2 3\n1 0 0\n0 1 0\nfock 2 2\n-0.5 -0.1\n-0.100000012 -0.4\n");
     const qc::MatrixFile f("shape.txt");
     EXPECT_EQ(capture([&] { f.symmetric("overlap", -1, 1e-8); }).out,
               qc_error(203, "shape.txt: block overlap is 2 x 3, not square\n"));
+    // The tolerance is absolute for entries below 1 and relative to the largest above.
     EXPECT_EQ(capture([&] { f.symmetric("fock", 2, 1e-8); }).out,
-              qc_error(203, "shape.txt: block fock is not symmetric: entries (2, 1) and (1, 2) differ by 1e-07\n"));
+              qc_error(203, "shape.txt: block fock is not symmetric: entries (2, 1) and (1, 2) differ by 1.2e-08\n"));
     EXPECT_EQ(capture([] { qc::MatrixFile("missing.txt"); }).out, qc_error(201, "results file missing.txt cannot be read\n"));
 }
 

@@ -23,7 +23,7 @@ const char* const kHelp =
     "  --tsnap S        time between rows; round(tsimu / tsnap) + 1 rows are written\n"
     "  --seed N         seed of the random numbers: the same seed, the same files\n"
     "  --temp K         temperature for the printed mobility tensor (default: 300)\n"
-    "  --timeunit PS|NS seconds per track time unit for it (default: NS)\n"
+    "  --timeunit PS|NS the track time unit: of the headers and the printed tensor (default: NS)\n"
     "  -h, --help       this text\n"
     "\n"
     "Settings file, one \"key = value\" per line, '#' or '!' starts a comment:\n"
@@ -46,7 +46,8 @@ int main(int argc, char** argv)
 {
     return run_program("kelta_tracks", [&] {
         std::string file, dir = ".";
-        double temp = 300.0, unit = units::kNanosecond;
+        double temp = 300.0;
+        units::TimeUnit unit;
         track_gen::Settings over;
         bool nsimu = false, tsimu = false, tsnap = false, seed = false;
         for (int i = 1; i < argc; ++i) {
@@ -70,7 +71,7 @@ int main(int argc, char** argv)
             else if (a == "--timeunit") {
                 const std::optional<units::TimeUnit> u = units::time_unit_named(v);
                 if (!u) fatal_plain(1, "", std::string("kelta_tracks: --timeunit can only be PS or NS, not '") + v + "'\n");
-                unit = u->seconds;
+                unit = *u;
             }
             else fatal_plain(1, "", "kelta_tracks: unknown option " + a + " (see --help)\n");
         }
@@ -80,6 +81,7 @@ int main(int argc, char** argv)
         if (tsimu) s.tsimu = over.tsimu;
         if (tsnap) s.tsnap = over.tsnap;
         if (seed) s.seed = over.seed;
+        s.time_label = unit.label;
         if (!(s.tsnap > 0) || s.nsimu < 0) fatal_plain(1, "", "kelta_tracks: tsnap must be positive and nsimu not negative\n");
         track_gen::write_tracks(s, dir);
         std::printf("wrote %d track files of %ld rows to %s/track\n", s.nsimu,
@@ -87,11 +89,11 @@ int main(int argc, char** argv)
         const Mat3 d = track_gen::diffusion_tensor(s);
         print_tensor("diffusion tensor D, Angstrom^2 per time unit (Cartesian axes):", d);
         // mu = (e / kT) D, as kelta_mob converts a mean-square-displacement slope 2 D.
-        const double f = 2.0 * units::mobility_per_slope(temp, unit);
+        const double f = 2.0 * units::mobility_per_slope(temp, unit.seconds);
         Mat3 mu{};
         for (int i = 0; i < 3; ++i)
             for (int j = 0; j < 3; ++j) mu[i][j] = f * d[i][j];
-        std::printf("mobility tensor at %g K, time unit %g s, cm^2/(V s):\n", temp, unit);
+        std::printf("mobility tensor at %g K, time unit %g s, cm^2/(V s):\n", temp, unit.seconds);
         print_tensor("", mu);
     });
 }

@@ -103,7 +103,7 @@ void write_tracks(const Settings& s, const std::string& dir)
             std::mt19937_64 gen(seq);
             std::vector<std::poisson_distribution<long>> count;
             for (const Hop& h : s.hops) count.emplace_back(h.rate * s.tsnap);
-            tracks::TrackWriter out(tracks::track_file_name(dir, j + 1), "ns");
+            tracks::TrackWriter out(tracks::track_file_name(dir, j + 1), s.time_label);
             Vec3 x{};
             long long steps = 0;
             for (long t = 0; t < rows && out.open(); ++t) {

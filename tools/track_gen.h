@@ -24,6 +24,7 @@ struct Settings {
     double tsimu = 1000;   // simulated time, track time units
     double tsnap = 5;      // time between rows
     std::uint64_t seed = 1;
+    std::string time_label = "ns";  // the time unit the header names
 };
 
 // Reads "key = value" lines (vector_a, vector_b, vector_c, hop, nsimu, tsimu,

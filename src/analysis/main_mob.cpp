@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <filesystem>
 #include <iostream>
 #include <optional>
 #include <string_view>
@@ -12,6 +13,8 @@
 
 namespace {
 
+const char* const kTrackdirNotRead =
+    "-trackdir %s is stored and printed only: the track files are read from track/ in any case\n";
 const char* const kStars = "*******************************************************************";
 
 void print_KELTA_title()
@@ -126,6 +129,8 @@ void run(const RunOptions& o, const RandomSeeds& seeds)
     mob.read_kelta_inp(o.config.c_str(), o.binfo);
     mob.read_crystal_strcuture_files(o.binfo, false);
     mob.set_trackdir(o.trackdir);
+    if (std::filesystem::path(o.trackdir).lexically_normal() / "" != std::filesystem::path("track/"))
+        mob.warn(strprintf(kTrackdirNotRead, o.trackdir.c_str()));
     mob.set_track_timeunit(o.timeunit);
     mob.set_angle_delta(o.angle_delta);
     mob.set_flag_tensor(o.tensor);

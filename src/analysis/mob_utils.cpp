@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <cerrno>
 #include <charconv>
 #include <climits>
@@ -43,6 +44,17 @@ const char* const kShortFiles =
 const char* const kOffGrid =
     "%s line %d holds time %g where the time grid expects %d x tsnap = %g; the analysis takes the times from "
     "the file, but tsnap in the input file is likely not that of the simulation\n";
+const char* const kOtherUnit =
+    "%d track file(s) name another time unit in their header, the first %s: its times are in %s, the analysis "
+    "takes them in %s, so every mobility comes out 1000 times too %s; run with -timeunit %s\n";
+const char* const kDrift =
+    "the carriers drift: their mean displacement at t = %g, (%.3g, %.3g, %.3g) A, lies %.3g standard errors from "
+    "zero and is %.2g times the spread of the displacements; the mean-square displacement counts the drift as "
+    "motion, so the mobilities come out too large (under a field, kelta_kmc writes the drift mobility to "
+    "kmc_drift.dat)\n";
+constexpr double kDriftErrors = 5;
+constexpr double kDriftShare = 0.01;
+constexpr int kDriftTrajectories = 20;
 // A time within this fraction of k x tsnap (of tsnap for k = 0) is on the grid;
 // the hopping code prints times to seven significant digits.
 constexpr double kGridTolerance = 1e-6;
@@ -51,6 +63,16 @@ const double kLargestSquarable = std::sqrt(std::numeric_limits<double>::max());
 
 constexpr size_t kTrackLineBuffer = 256;  // the hopping code's line buffer
 constexpr size_t kTrackBlock = 1 << 16;   // bytes read at once
+
+// The time unit a track header names in its first column, "t,ns" or "t,ps"; 0 for any other header.
+double header_time_unit(const char* header)
+{
+    const char* t = std::strstr(header, "t,");
+    if (header[0] != '#' || !t || !t[2] || !t[3]) return 0;
+    const auto upper = [](char c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); };
+    const std::optional<units::TimeUnit> u = units::time_unit_named(std::string{upper(t[2]), upper(t[3])});
+    return u && !std::isalpha(static_cast<unsigned char>(t[4])) ? u->seconds : 0;
+}
 
 std::string track_name(int j)
 {
@@ -274,6 +296,7 @@ void Mobutils::readin_track_data()
     }
     if (out_of_memory.load()) throw std::bad_alloc();
     report_track_files(report);
+    check_drift();
     track_loaded = true;
 }
 
@@ -303,11 +326,41 @@ void Mobutils::report_track_files(const std::vector<TrackFileReport>& report)
     if (const int j = first(short_file); j >= 0)
         warn(strprintf(kShortFiles, static_cast<int>(std::count_if(report.begin(), report.end(), short_file)), ntime,
                        track_name(j).c_str(), report[j].rows));
+    const auto other_unit = [this](const TrackFileReport& r) {
+        return r.header_unit != 0 && r.header_unit != get_track_timeunit();
+    };
+    if (const int j = first(other_unit); j >= 0) {
+        const bool ps = report[j].header_unit < get_track_timeunit();
+        warn(strprintf(kOtherUnit, static_cast<int>(std::count_if(report.begin(), report.end(), other_unit)),
+                       track_name(j).c_str(), ps ? "ps" : "ns", ps ? "ns" : "ps", ps ? "small" : "large",
+                       ps ? "PS" : "NS"));
+    }
     if (!report.empty() && report[0].off_grid_line != 0) {
         const int k = report[0].off_grid_line - 2;  // the header is line 1, time point 0 line 2
         warn(strprintf(kOffGrid, track_name(0).c_str(), report[0].off_grid_line, report[0].off_grid_time, k,
                        k * tsnap));
     }
+}
+
+// A drift counts when the mean displacement lies more than kDriftErrors standard
+// errors from zero and its square is more than kDriftShare of the spread's (it
+// then matters to the slope). With fewer than kDriftTrajectories the spread
+// itself is too uncertain to tell a drift from chance.
+void Mobutils::check_drift()
+{
+    const int n = std::max(nsimu, 0), last = ntime - 1;
+    if (n < kDriftTrajectories || last < 1) return;
+    Vec3 mean{};
+    double squares = 0;  // mean |d|^2
+    for (int j = 0; j < n; ++j) {
+        const Vec3 d = {track_x[j][last] - track_x[j][0], track_y[j][last] - track_y[j][0], track_z[j][last] - track_z[j][0]};
+        for (size_t k = 0; k < 3; ++k) mean[k] += d[k] / n;
+        squares += squared_length(d) / n;
+    }
+    const double drift = squared_length(mean), spread = squares - drift;  // of the displacements, squared
+    if (!(drift > kDriftShare * spread && drift * n > kDriftErrors * kDriftErrors * spread)) return;
+    warn(strprintf(kDrift, track_time[static_cast<size_t>(last)], mean[0], mean[1], mean[2],
+                   std::sqrt(drift * n / spread), std::sqrt(drift / spread)));
 }
 
 // One trajectory's rows from an open track file, and what was doubtful in them.
@@ -318,7 +371,7 @@ TrackFileReport Mobutils::read_track(std::FILE* f, std::vector<char>& block, int
     TrackFileReport r;
     r.opened = true;
     TrackLines lines(f, block);
-    lines.next();  // header
+    if (const char* header = lines.next()) r.header_unit = header_time_unit(header);
     std::array<double, 5> v{};
     for (int t = 0; t < ntime; ++t) {
         if (const char* line = lines.next()) {

@@ -43,6 +43,7 @@ struct TrackFileReport {
     double overflow_value = 0;
     int off_grid_line = 0;       // first file only: first line whose time is off k x tsnap
     double off_grid_time = 0;
+    double header_unit = 0;      // seconds of the time unit the header names ("t,ns", "t,ps"); 0: none
 };
 
 // A mobility and its error (half the spread of the bootstrap resamples), cm^2/(V s);
@@ -151,4 +152,7 @@ public:
     // Ends the run on a file that could not be opened or read, and warns once for
     // each kind of doubtful content.
     void report_track_files(const std::vector<TrackFileReport>& report);
+    // Warns when the carriers' mean displacement at the last time point stands out
+    // of their spread: a drift, which the mean-square displacement counts as motion.
+    void check_drift();
 };

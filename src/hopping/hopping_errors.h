@@ -18,6 +18,7 @@ inline constexpr int kLineDriftFile = 2230;  // main_kmc.cpp
 inline constexpr int kLineTemperature = 2240;  // main_kmc.cpp
 inline constexpr int kLineSlice = 2250;  // main_kmc.cpp
 inline constexpr int kLineFieldRange = 2260;  // main_kmc.cpp
+inline constexpr int kLineRunTooLong = 2270;  // hopping_checks.cpp
 inline constexpr int kLineTemperatures = 2310;  // hopping_series.cpp
 inline constexpr int kLineFields = 2320;  // hopping_series.cpp
 inline constexpr int kLineTemperatureTable = 2330;  // hopping_series.cpp

@@ -7,8 +7,9 @@
 #include <chrono>
 #include <cstdio>
 
-#include "hopping_walk.h"
+#include "hopping_checks.h"
 #include "hopping_errors.h"
+#include "hopping_walk.h"
 
 using namespace hopping_error;
 
@@ -23,16 +24,24 @@ constexpr int kBarWidth = 40;
 
 class ProgressBar {
 public:
-    ProgressBar(bool shown, long total) : shown_(shown), total_(total), last_(std::chrono::steady_clock::now()) {}
-    // Called by one thread only.
+    ProgressBar(bool shown, long total)
+        : shown_(shown), total_(total), start_(std::chrono::steady_clock::now()), last_(start_)
+    {
+    }
+    // Called by one thread only. The time left assumes the trajectories to come
+    // take as long as those done.
     void show(long done)
     {
         const auto now = std::chrono::steady_clock::now();
         if (!shown_ || std::chrono::duration<double>(now - last_).count() < kProgressSeconds) return;
         last_ = now;
         const int filled = total_ > 0 ? static_cast<int>(kBarWidth * done / total_) : kBarWidth;
-        std::fprintf(stderr, "\r  trajectories %ld / %ld [%s%s]", done, total_, std::string(filled, '#').c_str(),
-                     std::string(kBarWidth - filled, '.').c_str());
+        const double elapsed = std::chrono::duration<double>(now - start_).count();
+        const std::string left =
+            done > 0 ? "about " + duration_text(elapsed * static_cast<double>(total_ - done) / static_cast<double>(done)) + " left"
+                     : "";
+        std::fprintf(stderr, "\r  trajectories %ld / %ld [%s%s] %-24s", done, total_, std::string(filled, '#').c_str(),
+                     std::string(kBarWidth - filled, '.').c_str(), left.c_str());
         std::fflush(stderr);
     }
     // The closing line: the speed of the run.
@@ -40,13 +49,13 @@ public:
     {
         if (!shown_) return;
         std::fprintf(stderr, "\r  trajectories %ld / %ld: %lld hops in %.3g s on %d thread(s), %.3g hops per second%*s\n",
-                     total_, total_, hops, seconds, threads, static_cast<double>(hops) / seconds, 10, "");
+                     total_, total_, hops, seconds, threads, static_cast<double>(hops) / seconds, 40, "");
     }
 
 private:
     bool shown_;
     long total_;
-    std::chrono::steady_clock::time_point last_;
+    std::chrono::steady_clock::time_point start_, last_;
 };
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include <optional>
 #include <string>
 
+#include "hopping_checks.h"
 #include "hopping_series.h"
 #include "hopping_walk.h"
 
@@ -35,6 +36,7 @@ const char* const kHelp =
     "      -count M            : write M trajectories only\n"
     "      -jobscript K        : write kmc_job.sh, K slices as a job array of sched_type, then stop\n"
     "      -collect            : write me_temp.dat from the folders of the temperature series, then stop\n"
+    "      -force              : run even when the estimate says it would take more than a day\n"
     "      -h, --help          : this text\n"
     "\n"
     "e.g.: %s -pairs       (then replace every NA of the couplings file)\n"
@@ -65,7 +67,7 @@ const char* const kNoMobTensor =
 struct Options {
     std::string config = "kelta.inp";
     units::TimeUnit unit;
-    bool pairs = false, rates = false, collect = false;
+    bool pairs = false, rates = false, collect = false, force = false;
     long first = 0, count = -1;  // not given
     long jobscript = -1;         // slices of a batch script; not given
 };
@@ -103,6 +105,8 @@ Options parse_options(int argc, char** argv, const std::string& prog)
             o.rates = true;
         } else if (a == "-collect") {
             o.collect = true;
+        } else if (a == "-force") {
+            o.force = true;
         } else if (a == "-timeunit") {
             const std::string u = value();
             const std::optional<units::TimeUnit> unit = units::time_unit_named(u);
@@ -171,6 +175,13 @@ kmc::Simulation plan(const Transport& t, const Options& o)
     return s;
 }
 
+// What the estimate of a run's time needs; the jobs of a batch script share the work.
+kmc::RunPlan run_plan(const Transport& t, const Options& o, const kmc::Simulation& s, size_t temperatures = 1)
+{
+    const long jobs = o.jobscript > 0 ? o.jobscript * static_cast<long>(temperatures) : 1;
+    return {o.unit, t.tsimu, s.count, s.rows, jobs, t.nsimu == 2000 && t.tsimu == 1000, o.force};
+}
+
 // Changes into a folder for the life of the object.
 class InFolder {
 public:
@@ -207,13 +218,14 @@ void simulate(Setup& u, const Options& o)
     const network::Exact e = network::solve_exact(t.mol_count, u.hops);
     const std::string report = network::exact_report(u.conditions, o.unit, e, u.hops);
     const kmc::Simulation s = plan(t, o);
+    kmc::check_run(u.network(), u.conditions, {}, run_plan(t, o, s));
     // Nothing is written unless every file fits: the side files (the drift file
     // is smaller than the report) and the tracks.
     tracks::check_room(".", s.count, s.rows, 2.0 * static_cast<double>(report.size()) + static_cast<double>(u.table.size()));
     if (o.jobscript >= 0) {
         check_slices(t, o);
         const std::string script =
-            t.job.write_kmc_job(s.count, static_cast<int>(o.jobscript), o.config, o.unit.option);
+            t.job.write_kmc_job(s.count, static_cast<int>(o.jobscript), o.config, o.unit.option, o.force);
         std::printf("  wrote %s: %ld slices of the %ld trajectories for %s, then kelta_mob -tensor; submit with: sh %s\n",
                     script.c_str(), o.jobscript, s.count, t.job.sched_type.c_str(), script.c_str());
         return;
@@ -293,6 +305,7 @@ void temperature_table(Setup& u, const Options& o, const std::vector<double>& te
 void simulate_series(const Setup& u, const Options& o, const std::vector<double>& temps, const std::string& prog)
 {
     const kmc::Simulation s = plan(u.t, o);
+    kmc::check_run(u.network(), u.conditions, temps, run_plan(u.t, o, s, temps.size()));
     const double n = static_cast<double>(temps.size());
     tracks::check_room(".", s.count * static_cast<long>(temps.size()), s.rows, n * 4.0 * static_cast<double>(u.table.size()));
     std::vector<std::string> folders;
@@ -301,7 +314,7 @@ void simulate_series(const Setup& u, const Options& o, const std::vector<double>
     if (o.jobscript >= 0) {
         check_slices(u.t, o);
         const std::string script =
-            u.t.job.write_kmc_series_job(folders, s.count, static_cast<int>(o.jobscript), o.config, o.unit.option);
+            u.t.job.write_kmc_series_job(folders, s.count, static_cast<int>(o.jobscript), o.config, o.unit.option, o.force);
         for (size_t k = 0; k < temps.size(); ++k) series::lay_folder(u.t, o.config, temps[k], folders[k]);
         std::printf("  wrote %zu folders (%s to %s) and %s: %ld slices at each temperature for %s, then kelta_mob "
                     "-tensor in each folder and %s -collect; submit with: sh %s\n",
@@ -359,6 +372,8 @@ void run(const Options& o, const std::string& prog, bool nested)
     u.conditions = network::run_conditions(t);
     u.couplings = network::read_couplings(t.kelta_dat_file, pairs, t.mol_count, t.rate_model,
                                           network::carrier_name(u.conditions.charge));
+    if (!nested)
+        for (const std::string& w : network::coupling_warnings(u.couplings, pairs, t.rate_model)) t.warn(w);
     u.hops = pairs.hops;
     network::assign_rates(u.conditions, u.couplings, t.mol_count, u.hops);
     u.table = network::rates_table(u.conditions, u.couplings, u.hops, o.unit);

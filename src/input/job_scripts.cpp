@@ -35,7 +35,7 @@ const char* const kHead =
     "# slice K: the trajectories of slice K (from 1)\n"
     "slice() {\n"
     "    case \"$1\" in\n";
-const char* const kSliceLine = "        %d) set -- -first %ld -count %ld ;;\n";
+const char* const kSliceLine = "        %d) set -- -first %ld -count %ld%s ;;\n";
 const char* const kSliceTail =
     "        *) echo \"kmc_job.sh: no slice $1\" >&2; exit 1 ;;\n"
     "    esac\n"
@@ -113,7 +113,7 @@ const char* const kSeriesHead =
     "# task K (from 1): a slice of the trajectories at one temperature, run in that temperature's folder\n"
     "slice() {\n"
     "    case \"$1\" in\n";
-const char* const kSeriesLine = "        %d) set -- '%s' -first %ld -count %ld ;;\n";
+const char* const kSeriesLine = "        %d) set -- '%s' -first %ld -count %ld%s ;;\n";
 const char* const kSeriesTail =
     "        *) echo \"kmc_job.sh: no slice $1\" >&2; exit 1 ;;\n"
     "    esac\n"
@@ -197,7 +197,8 @@ void Jobscript::write_submission(OutputFile& f, const std::string& sched, int ta
     }
 }
 
-std::string Jobscript::write_kmc_job(long trajectories, int k, const std::string& config, const std::string& unit) const
+std::string Jobscript::write_kmc_job(long trajectories, int k, const std::string& config, const std::string& unit,
+                                     bool force) const
 {
     const std::string sched = scheduler(sched_type), dir = program_dir();
     const std::string name = "kmc_job.sh";
@@ -205,7 +206,7 @@ std::string Jobscript::write_kmc_job(long trajectories, int k, const std::string
     f.print(kHead, k, trajectories, sched.c_str(), program(dir, "kelta_kmc").c_str(), program(dir, "kelta_mob").c_str(),
             quoted(config).c_str(), unit.c_str());
     const std::vector<Slice> parts = slices(trajectories, k);
-    for (size_t i = 0; i < parts.size(); ++i) f.print(kSliceLine, static_cast<int>(i) + 1, parts[i].first, parts[i].count);
+    for (size_t i = 0; i < parts.size(); ++i) f.print(kSliceLine, static_cast<int>(i) + 1, parts[i].first, parts[i].count, force ? " -force" : "");
     f.write(kSliceTail);
     write_submission(f, sched, k, "the tracks in track/, the mobility in mob_tensor.dat");
     f.commit();
@@ -214,7 +215,7 @@ std::string Jobscript::write_kmc_job(long trajectories, int k, const std::string
 }
 
 std::string Jobscript::write_kmc_series_job(const std::vector<std::string>& folders, long trajectories, int k,
-                                            const std::string& config, const std::string& unit) const
+                                            const std::string& config, const std::string& unit, bool force) const
 {
     const std::string sched = scheduler(sched_type), dir = program_dir();
     const std::string name = "kmc_job.sh";
@@ -225,7 +226,7 @@ std::string Jobscript::write_kmc_series_job(const std::vector<std::string>& fold
     int task = 0;
     std::string all;
     for (const std::string& folder : folders) {
-        for (const Slice& part : parts) f.print(kSeriesLine, ++task, quoted(folder).c_str(), part.first, part.count);
+        for (const Slice& part : parts) f.print(kSeriesLine, ++task, quoted(folder).c_str(), part.first, part.count, force ? " -force" : "");
         all += " '" + quoted(folder) + "'";
     }
     f.print(kSeriesTail, all.c_str());

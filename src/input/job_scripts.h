@@ -20,14 +20,16 @@ public:
     static std::string program_dir();
     // Writes kmc_job.sh for sched_type (slurm, pbs, lsf or local; status 1 for
     // another): a job array of k slices of kelta_kmc, then kelta_mob -tensor,
-    // both with -config `config` and -timeunit `unit` (PS or NS). Returns its name.
-    std::string write_kmc_job(long trajectories, int k, const std::string& config, const std::string& unit) const;
+    // both with -config `config` and -timeunit `unit` (PS or NS); `force` passes
+    // -force to every slice (a run the estimate refuses). Returns its name.
+    std::string write_kmc_job(long trajectories, int k, const std::string& config, const std::string& unit,
+                              bool force = false) const;
     // The same for a temperature series: every folder (one per temperature, laid
     // out for its run) times k slices as one job array, each slice run in its
     // folder with -config kelta.inp; then kelta_mob -tensor in every folder and
     // kelta_kmc -config `config` -collect.
     std::string write_kmc_series_job(const std::vector<std::string>& folders, long trajectories, int k,
-                                     const std::string& config, const std::string& unit) const;
+                                     const std::string& config, const std::string& unit, bool force = false) const;
 
     // ------------------------------------------------ settings: written by the input
     // file reader and the environment

@@ -20,6 +20,19 @@ constexpr double kMaxPairTests = 2e9;
 // that no arithmetic on the range can overflow.
 constexpr int kMaxSearchCells = 1000;
 const char* const kRangeOutOfBounds = "nei_scell = %d %d %d: each component must lie between -%d and %d\n";
+const char* const kRangeTooNarrow =
+    "lat_cutoff = %g A reaches beyond nei_scell = %d %d %d: molecule %d and molecule %d in cell %d %d %d have atoms "
+    "%.4f A apart, and the neighbour list misses them; nei_scell = %d %d %d reaches every neighbour within "
+    "lat_cutoff\n";
+const char* const kRangeMayBeTooNarrow =
+    "lat_cutoff = %g A may reach beyond nei_scell = %d %d %d: atoms within lat_cutoff of the cell's molecules can lie "
+    "in cells up to %d %d %d away, too wide a range to search for them here; nei_scell = %d %d %d reaches every "
+    "neighbour\n";
+// Molecule pairs of the wider range that the check of nei_scell looks at, at most
+// (each a centre distance, a fraction of a second in all).
+constexpr double kMaxRangeTests = 1e7;
+const char* const kTempNoNumber =
+    "temp.inp line 1 ('%s') is no number: the temperature stays temp = %g K of the input file\n";
 const char* const kRangeTooWide =
     "nei_scell = %d %d %d would compare %.3g atom pairs, more than the %.3g a neighbour search may; "
     "use a smaller range\n";
@@ -64,7 +77,12 @@ void Transport::read_charge_inp()
 
 void Transport::read_temp_inp(const char* module, int line)
 {
-    read_first_number("temp.inp", temp);
+    std::string first;
+    if (read_first_number("temp.inp", temp, &first) == FirstNumber::no_number) {
+        const std::string text = strprintf(kTempNoNumber, trim(first).c_str(), temp);
+        // Every stage reads the file again: one warning is enough.
+        if (std::find(warnings.begin(), warnings.end(), text) == warnings.end()) warn(text);
+    }
     if (!(temp > 0.0 && std::isfinite(temp)))
         fatal(module, line, 1, strprintf("temp.inp line 1: temp = %g K, not a finite positive temperature\n", temp));
 }
@@ -167,8 +185,95 @@ void Transport::build_neighbor_list(bool verbose)
         }
     }
     neighbor_list_built = true;
+    check_search_range();
     if (verbose) std::printf("**** End of KELTA Build Neighbor List ****\n\n");
     allocate_mol_id_indexes_array();
+}
+
+// Cells along axis k hold atoms of a molecule within lat_cutoff of the cell's
+// molecules only up to ceil(span_k + lat_cutoff |row k of latt_inv|) - 1 cells
+// away, span_k being the range of the atoms' fractional coordinates k: a
+// Cartesian distance r changes fractional coordinate k by at most
+// r |row k of latt_inv|. Within that bound and beyond nei_scell, the images are
+// searched for neighbours (molecules whose centres are farther apart than
+// lat_cutoff plus both molecules' radii are skipped unseen).
+void Transport::check_search_range()
+{
+    const double rcut = lat_cutoff;
+    std::array<double, 3> lo{}, hi{};
+    lo.fill(INFINITY);
+    hi.fill(-INFINITY);
+    std::vector<Vec3> centre;  // [molecules] Cartesian, for the centres only
+    std::vector<double> radius;
+    for (int m = 0; m < mol_count; ++m) {
+        const Vec3 com_s = vec3_at(mol_com_s, static_cast<size_t>(m));
+        double r = 0;
+        for (int a = 0; a < mol_natoms[m]; ++a) {
+            Vec3 d;
+            for (size_t k = 0; k < 3; ++k) {
+                const double x = mol_x_s[m][3 * a + k];
+                lo[k] = std::min(lo[k], x);
+                hi[k] = std::max(hi[k], x);
+                d[k] = x - com_s[k];
+            }
+            r = std::max(r, get_magnitude(mat_vec_mul(latt, d)));
+        }
+        centre.push_back(mat_vec_mul(latt, com_s));
+        radius.push_back(r);
+    }
+    if (!(std::fabs(determinant(latt)) >= kSingularDeterminant)) return;
+    Mat3 inverse{};  // of the cell the neighbours were searched in, whoever filled latt_inv
+    invert(latt, inverse);
+    std::array<int, 3> bound{}, searched{};
+    bool complete = true;
+    for (size_t k = 0; k < 3; ++k) {
+        if (!(hi[k] >= lo[k])) return;  // no atoms
+        const Vec3 row = inverse[k];
+        const double reach = std::ceil(hi[k] - lo[k] + rcut * get_magnitude(row)) - 1;
+        if (!std::isfinite(reach) || reach > kMaxSearchCells) return;  // nothing to tell within the bounds
+        bound[k] = std::max(0, static_cast<int>(reach));
+        searched[k] = std::max(scell_n[k], -1);
+        complete = complete && bound[k] <= searched[k];
+    }
+    if (complete) return;
+    const double cells = (2.0 * bound[0] + 1) * (2.0 * bound[1] + 1) * (2.0 * bound[2] + 1);
+    if (cells * mol_count * mol_count > kMaxRangeTests) {
+        warn(strprintf(kRangeMayBeTooNarrow, lat_cutoff, scell_n[0], scell_n[1], scell_n[2], bound[0], bound[1], bound[2],
+                       bound[0], bound[1], bound[2]));
+        return;
+    }
+    std::array<int, 3> needed = {0, 0, 0};
+    std::array<int, 5> missed{};  // i, j and the cell of the first neighbour outside the search, i = -1: none
+    missed[0] = -1;
+    double missed_rsq = 0;
+    for (int kc = -bound[2]; kc <= bound[2]; ++kc)
+        for (int kb = -bound[1]; kb <= bound[1]; ++kb)
+            for (int ka = -bound[0]; ka <= bound[0]; ++ka) {
+                const std::array<int, 3> k = {ka, kb, kc};
+                const Vec3 cell = {double(ka), double(kb), double(kc)};
+                const Vec3 shift = mat_vec_mul(latt, cell);
+                for (int i = 0; i < mol_count; ++i)
+                    for (int j = 0; j < mol_count; ++j) {
+                        if (j == i && ka == 0 && kb == 0 && kc == 0) continue;
+                        Vec3 d;
+                        for (size_t q = 0; q < 3; ++q) d[q] = centre[j][q] + shift[q] - centre[i][q];
+                        if (!(get_magnitude(d) < rcut + radius[i] + radius[j])) continue;
+                        double rsq = 0;
+                        if (!found_molecule_within_rcut(i, j, cell, rcut * rcut, &rsq)) continue;
+                        bool outside = false;
+                        for (size_t q = 0; q < 3; ++q) {
+                            needed[q] = std::max(needed[q], std::abs(k[q]));
+                            outside = outside || std::abs(k[q]) > searched[q];
+                        }
+                        if (outside && missed[0] < 0) {
+                            missed = {i, j, ka, kb, kc};
+                            missed_rsq = rsq;
+                        }
+                    }
+            }
+    if (missed[0] < 0) return;
+    warn(strprintf(kRangeTooNarrow, lat_cutoff, scell_n[0], scell_n[1], scell_n[2], missed[0] + 1, missed[1] + 1,
+                   missed[2], missed[3], missed[4], std::sqrt(missed_rsq), needed[0], needed[1], needed[2]));
 }
 
 // Identity numberings; later stages of the suite reduce them by symmetry.

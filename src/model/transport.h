@@ -37,6 +37,9 @@ public:
     bool found_molecule_within_rcut(int i, int j, const Vec3& cell, double rcut_sq,
                                     double* out_rsq) const;
     void allocate_mol_id_indexes_array();
+    // Warns when lat_cutoff reaches neighbours beyond the cells that nei_scell
+    // searches, with the smallest nei_scell that finds them all.
+    void check_search_range();
 
     // ------------------------------------------------ run state: set by main and init,
     // read by the analyses

@@ -59,11 +59,13 @@ int create_directory(const char* path)
     return 0;
 }
 
-void read_first_number(const char* name, double& value)
+FirstNumber read_first_number(const char* name, double& value, std::string* first_line)
 {
     const File f = open_file(name, "rt");
-    if (!f) return;
+    if (!f) return FirstNumber::absent;
     char line[128];
-    if (std::fgets(line, sizeof line, f.get())) std::sscanf(line, "%lf", &value);
+    if (!std::fgets(line, sizeof line, f.get())) return FirstNumber::no_number;
+    if (first_line) *first_line = line;
+    return std::sscanf(line, "%lf", &value) == 1 ? FirstNumber::read : FirstNumber::no_number;
 }
 

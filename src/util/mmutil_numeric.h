@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -73,8 +74,10 @@ double regression_slope(const double* x, const double* y, int n);
 
 // The override files (temp.inp, delta.inp): when the file opens, a number read
 // with "%lf" from its first line (at most 127 characters) replaces `value`; a
-// missing file or a line that is no number leaves it as it is.
-void read_first_number(const char* name, double& value);
+// missing file or a line that is no number leaves it as it is. Returns what the
+// file held: absent (it did not open), no number (or no line at all), or a number.
+enum class FirstNumber { absent, no_number, read };
+FirstNumber read_first_number(const char* name, double& value, std::string* first_line = nullptr);
 
 // Process-wide bootstrap generator (the only global state of the program).
 void init_random_seed();
