@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # A single-node SLURM cluster in a directory of its own, for the test of the
-# batch scripts of kelta_kmc, one run and a temperature series (Debian
+# batch scripts of kelta_kmc (one run and a temperature series) and of kelta_qc (Debian
 # slurmctld, slurmd, munge; root only).
 #   slurm_cluster.sh start DIR   writes DIR/slurm.conf, starts munged, slurmctld
 #                                and slurmd, and waits until the node is idle;
@@ -15,6 +15,21 @@ mkdir -p "$dir" && dir=$(cd "$dir" && pwd)
 
 cannot() { echo "no SLURM cluster here: $*"; "$0" stop "$dir" > /dev/null 2>&1; exit 77; }
 
+# One cluster at a time on this host (two slurmd of one node name do not both come
+# up): start waits for the lock directory, stop gives it back. A lock whose
+# cluster directory is gone was left by a run that was killed, and is taken over.
+lock=${TMPDIR:-/tmp}/kelta_slurm_cluster.lock
+take_lock() {
+  for _ in $(seq 240); do
+    mkdir "$lock" 2> /dev/null && { echo "$dir" > "$lock/owner"; return 0; }
+    owner=$(cat "$lock/owner" 2> /dev/null) || owner=
+    [ -n "$owner" ] && [ ! -d "$owner" ] && rm -rf "$lock" && continue
+    sleep 1
+  done
+  return 1
+}
+give_lock() { [ "$(cat "$lock/owner" 2> /dev/null)" = "$dir" ] && rm -rf "$lock"; return 0; }
+
 stop() {
   for pid in slurmd slurmctld munged; do
     [ -f "$dir/$pid.pid" ] && kill "$(cat "$dir/$pid.pid")" 2> /dev/null
@@ -24,7 +39,7 @@ stop() {
     [ -f "$dir/$pid.pid" ] && kill -9 "$(cat "$dir/$pid.pid")" 2> /dev/null
     rm -f "$dir/$pid.pid"
   done
-  return 0
+  give_lock
 }
 
 start() {
@@ -33,6 +48,7 @@ start() {
     command -v "$b" > /dev/null || [ -x "/usr/sbin/$b" ] || cannot "$b is not installed (Debian slurmctld, slurmd, munge)"
   done
   export PATH=$PATH:/usr/sbin
+  take_lock || cannot "another test's cluster kept this host for 4 minutes"
   local host cpus port
   host=$(hostname -s) cpus=$(nproc)
   port=$((20000 + $$ % 20000))
