@@ -160,7 +160,7 @@ TEST(QcStage, FailureResumeAndJobArrayWithPsi4)
     Outcome o = run_qc({});
     EXPECT_EQ(o.status, 1);
     EXPECT_TRUE(has(o.out, "[3/4] HL/class_002     class 2: molecules 1 and 1 in cell 1 1 0: FAILED after")) << o.out;
-    EXPECT_TRUE(has(o.out, "    | SCF did not converge in class 2\n")) << o.out;
+    EXPECT_TRUE(has(o.out, "    | SCF iteration 1\n    | SCF did not converge in class 2\n")) << o.out;
     EXPECT_TRUE(has(o.out, "[4/4] RE/molecule_1")) << o.out;
     EXPECT_TRUE(has(o.out, "  class 2 (HL/class_002 not finished)\n")) << o.out;
     std::string filled = read_file("kelta-marcus.dat");
