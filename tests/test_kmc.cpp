@@ -129,6 +129,11 @@ TEST(KmcEstimate, HopsTimeAndSuggestionOnAChainWithAKnownAnswer)
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.out.find("about 34.7 days (3e+13 hops: 10000000 trajectories of 3e+06 hops"), std::string::npos) << r.out;
     EXPECT_NE(r.out.find("suggests tsimu = 0.05 ns and tsnap = 0.00025 ns. Is tsimu in ns"), std::string::npos) << r.out;
+    // Each unit from its first whole one.
+    EXPECT_EQ(kmc::duration_text(59), "59 s");
+    EXPECT_EQ(kmc::duration_text(60), "1 min");
+    EXPECT_EQ(kmc::duration_text(3600), "1 h");
+    EXPECT_EQ(kmc::duration_text(86400), "1 days");
 }
 
 // The same seed writes the same bytes on one thread and on two, and a slice
