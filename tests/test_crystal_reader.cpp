@@ -228,7 +228,7 @@ TEST(CrystalReader, DisorderKeepsTheMajorGroupOfEachAssembly)
 
 TEST(CrystalReader, SitesOnSpecialPositionsAreMerged)
 {
-    const std::string path = crystal_file("special_positions.cif");
+    const std::string path = crystal_file("sites_on_symmetry_elements.cif");
     crystal::Crystal c;
     crystal::Molecules m;
     const Outcome o = capture([&] {
