@@ -129,13 +129,6 @@ const char* const kSeriesTail =
     "}\n"
     "\n";
 
-// Single quotes for the shell: ' becomes '\''.
-std::string quoted(const std::string& s)
-{
-    std::string q;
-    for (const char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return q;
-}
 
 }  // namespace
 
@@ -175,7 +168,7 @@ std::string scheduler(const std::string& sched_type)
     return sched;
 }
 
-std::string program(const std::string& dir, const char* name) { return quoted(dir.empty() ? name : dir + "/" + name); }
+std::string program(const std::string& dir, const char* name) { return shell_quoted(dir.empty() ? name : dir + "/" + name); }
 
 }  // namespace
 
@@ -183,14 +176,14 @@ std::string program(const std::string& dir, const char* name) { return quoted(di
 // scheduler; the local run says that it left `done`.
 void Jobscript::write_submission(OutputFile& f, const std::string& sched, int tasks, const char* done) const
 {
-    const std::string queue = quoted(queue_name);
+    const std::string queue = shell_quoted(queue_name);
     if (sched == "slurm") {
-        const std::string nodes = nodelist.empty() ? "" : " --nodelist='" + quoted(nodelist) + "'";
+        const std::string nodes = nodelist.empty() ? "" : " --nodelist='" + shell_quoted(nodelist) + "'";
         f.print(kSlurm, tasks, queue.c_str(), nodes.c_str(), queue.c_str(), nodes.c_str());
     } else if (sched == "pbs") {
         f.print(kPbs, tasks, queue.c_str(), queue.c_str());
     } else if (sched == "lsf") {
-        const std::string hosts = nodelist.empty() ? "" : " -m '" + quoted(nodelist) + "'";
+        const std::string hosts = nodelist.empty() ? "" : " -m '" + shell_quoted(nodelist) + "'";
         f.print(kLsf, tasks, queue.c_str(), hosts.c_str(), queue.c_str(), hosts.c_str());
     } else {
         f.print(kLocal, tasks, done);
@@ -204,7 +197,7 @@ std::string Jobscript::write_kmc_job(long trajectories, int k, const std::string
     const std::string name = "kmc_job.sh";
     OutputFile f(name, kModule, kLineScript);
     f.print(kHead, k, trajectories, sched.c_str(), program(dir, "kelta_kmc").c_str(), program(dir, "kelta_mob").c_str(),
-            quoted(config).c_str(), unit.c_str());
+            shell_quoted(config).c_str(), unit.c_str());
     const std::vector<Slice> parts = slices(trajectories, k);
     for (size_t i = 0; i < parts.size(); ++i) f.print(kSliceLine, static_cast<int>(i) + 1, parts[i].first, parts[i].count, force ? " -force" : "");
     f.write(kSliceTail);
@@ -221,13 +214,13 @@ std::string Jobscript::write_kmc_series_job(const std::vector<std::string>& fold
     const std::string name = "kmc_job.sh";
     OutputFile f(name, kModule, kLineScript);
     f.print(kSeriesHead, folders.size(), k, trajectories, sched.c_str(), program(dir, "kelta_kmc").c_str(),
-            program(dir, "kelta_mob").c_str(), quoted(config).c_str(), unit.c_str());
+            program(dir, "kelta_mob").c_str(), shell_quoted(config).c_str(), unit.c_str());
     const std::vector<Slice> parts = slices(trajectories, k);
     int task = 0;
     std::string all;
     for (const std::string& folder : folders) {
-        for (const Slice& part : parts) f.print(kSeriesLine, ++task, quoted(folder).c_str(), part.first, part.count, force ? " -force" : "");
-        all += " '" + quoted(folder) + "'";
+        for (const Slice& part : parts) f.print(kSeriesLine, ++task, shell_quoted(folder).c_str(), part.first, part.count, force ? " -force" : "");
+        all += " '" + shell_quoted(folder) + "'";
     }
     f.print(kSeriesTail, all.c_str());
     write_submission(f, sched, task, "the tracks in T_*/track/, the mobilities in me_temp.dat");

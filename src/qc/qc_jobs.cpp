@@ -93,12 +93,6 @@ const char* const kLocal =
     "(collect) > qc_collect.log 2>&1 || { echo \"the collecting step failed: see qc_collect.log\"; exit 1; }\n"
     "echo \"done: the couplings file is filled (qc_collect.log)\"\n";
 
-std::string quoted(const std::string& s)
-{
-    std::string q;
-    for (const char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return q;
-}
 
 // KELTA_BIN_DIR names the programs' directory when set; otherwise that of the
 // running program when kelta_qc stands there, else PATH finds it.
@@ -123,20 +117,20 @@ std::string write_qc_job(const Transport& t, const Plan& p, const std::vector<in
                         t.job.sched_type.c_str()));
     const int n = static_cast<int>(tasks.size());
     const int threads = t.job.qc_ppn;
-    const std::string module = t.job.module_qc_given ? "module load '" + quoted(t.job.module_qc) + "'\n" : "";
+    const std::string module = t.job.module_qc_given ? "module load '" + shell_quoted(t.job.module_qc) + "'\n" : "";
     OutputFile f(kScript, kModule, kLineScript);
-    f.print(kHead, n, sched.c_str(), quoted(qc_program()).c_str(), quoted(config).c_str(), module.c_str());
+    f.print(kHead, n, sched.c_str(), shell_quoted(qc_program()).c_str(), shell_quoted(config).c_str(), module.c_str());
     for (int k = 0; k < n; ++k)
         f.print(kTaskLine, k + 1, tasks[static_cast<size_t>(k)] + 1, p.calcs[static_cast<size_t>(tasks[static_cast<size_t>(k)])].name.c_str());
     f.write(kTail);
-    const std::string queue = quoted(t.job.queue_name);
+    const std::string queue = shell_quoted(t.job.queue_name);
     if (sched == "slurm") {
-        const std::string nodes = t.job.nodelist.empty() ? "" : " --nodelist='" + quoted(t.job.nodelist) + "'";
+        const std::string nodes = t.job.nodelist.empty() ? "" : " --nodelist='" + shell_quoted(t.job.nodelist) + "'";
         f.print(kSlurm, n, threads, queue.c_str(), nodes.c_str(), queue.c_str(), nodes.c_str());
     } else if (sched == "pbs") {
         f.print(kPbs, n, threads, queue.c_str(), queue.c_str());
     } else if (sched == "lsf") {
-        const std::string hosts = t.job.nodelist.empty() ? "" : " -m '" + quoted(t.job.nodelist) + "'";
+        const std::string hosts = t.job.nodelist.empty() ? "" : " -m '" + shell_quoted(t.job.nodelist) + "'";
         f.print(kLsf, n, threads, queue.c_str(), hosts.c_str(), queue.c_str(), hosts.c_str());
     } else {
         f.print(kLocal, n);

@@ -93,3 +93,9 @@ std::string remove_filename_extension(const std::string& s)
     return dot == std::string::npos ? s : s.substr(0, dot);
 }
 
+std::string shell_quoted(const std::string& s)
+{
+    std::string q;
+    for (const char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return q;
+}

@@ -16,3 +16,5 @@ bool tokenize(std::vector<std::string>& out, const char* str, const char* delims
 std::string RemoveWhiteSpaceUnderscore(const std::string& s);
 std::string remove_filename_extension(const std::string& s);
 
+// s for the inside of single quotes in a shell script: ' becomes '\''.
+std::string shell_quoted(const std::string& s);
